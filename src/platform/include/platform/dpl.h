@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+namespace DPL {
+
+/** These throw an exception derived from std::exception on text that is not well-formed. */
+std::wstring FromUTF8String(const std::string& text);
+std::string ToUTF8String(const std::wstring& text);
+
+/** Root of the platform's exceptions; no std::exception of its own. */
+class Exception {
+public:
+    explicit Exception(const std::string& message) : m_message(message) {}
+    virtual ~Exception() = default;
+
+    const std::string& message() const noexcept { return m_message; }
+
+private:
+    std::string m_message;
+};
+
+namespace DB {
+
+class SqlConnection {
+public:
+    class Exception {
+    public:
+        class Base : public DPL::Exception {
+        public:
+            using DPL::Exception::Exception;
+        };
+    };
+};
+
+}  // namespace DB
+
+}  // namespace DPL

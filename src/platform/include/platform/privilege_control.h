@@ -1,0 +1,10 @@
+#pragma once
+
+/**
+ * Labels `path` itself, not what it links to, for access by the application `pkg_id`. The label is the one variadic
+ * argument, a C string; 0 is the one `app_path_type` known. Returns 0, or else what perm_strerror puts into words.
+ */
+extern "C" int perm_app_setup_path(const char* pkg_id, const char* path, int app_path_type, ...);
+
+/** The text belongs to the library and holds until the next call. */
+extern "C" const char* perm_strerror(int result);

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <platform/dpl.h>
+#include <boost/optional.hpp>
+#include <exception>
+#include <list>
+#include <memory>
+#include <string>
+
+namespace ZelmarDB {
+
+/** The running thread's connection to the widget database; every operation below needs it. */
+class KxDatabase {
+public:
+    /** Opens the database, never creates it. Throws DPL::DB::SqlConnection::Exception::Base naming file and fault. */
+    static void attachToThreadRW();
+
+    /**
+     * Closes the connection; what it wrote is on the disk when this returns. Throws DatabaseError if it could not be
+     * brought there; the connection is closed all the same.
+     */
+    static void detachFromThread();
+};
+
+/** One installed widget, by its handle. Each operation is a query of its own and holds no lock when it returns. */
+class KxWidgetDAOReadOnly {
+public:
+    class Exception {
+    public:
+        class Base : public DPL::Exception, public std::exception {
+        public:
+            using DPL::Exception::Exception;
+            const char* what() const noexcept override { return message().c_str(); }
+        };
+        class WidgetNotExist : public Base {
+        public:
+            using Base::Base;
+        };
+        class DatabaseError : public Base {
+        public:
+            using Base::Base;
+        };
+    };
+
+    /** Asks nothing: that the widget is gone shows at the first question. */
+    explicit KxWidgetDAOReadOnly(int handle) : m_handle(handle) {}
+    virtual ~KxWidgetDAOReadOnly() = default;
+
+    /** These three throw WidgetNotExist if the handle leads to no widget, and DatabaseError. */
+    std::wstring getTizenAppId() const;
+    boost::optional<std::wstring> getKxAppId() const;
+    bool isInstalledOnUSB() const;
+
+    /** These throw DatabaseError. An unknown widget: an empty string, false, -1. */
+    static std::wstring getTizenAppIdFromKxAppId(const std::wstring& kxAppId);
+    static bool isWidgetInstalled(const std::wstring& tizenAppId);
+    static int getHandleFromTizenAppId(const std::wstring& tizenAppId);
+    static std::list<std::shared_ptr<KxWidgetDAOReadOnly>> getAvailableWidgets();
+
+private:
+    int m_handle;
+};
+
+/** The changes to a widget, each committed when it returns. They throw WidgetNotExist and DatabaseError. */
+class KxWidgetDAO : public KxWidgetDAOReadOnly {
+public:
+    using KxWidgetDAOReadOnly::KxWidgetDAOReadOnly;
+
+    static void setAvailable(const std::wstring& tizenAppId, bool available);
+
+    /** An empty path is not the same as none. */
+    static void setExternalStoragePath(const std::wstring& tizenAppId, const boost::optional<std::wstring>& path);
+};
+
+/** Joins components with "/". */
+class KxPathBuilder {
+public:
+    KxPathBuilder() = default;
+    explicit KxPathBuilder(const std::string& path) : m_path(path) {}
+
+    KxPathBuilder& Append(const std::string& component);
+    std::string GetFullPath() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+}  // namespace ZelmarDB

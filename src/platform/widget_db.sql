@@ -1,0 +1,21 @@
+-- The widget database. To create it: sqlite3 /opt/usr/zelmar/widgets.db < widget_db.sql
+
+-- A change writes whole pages to the log, and each is small: small pages make a run write a fraction.
+PRAGMA page_size = 512;
+PRAGMA journal_mode = WAL;
+
+BEGIN;
+
+CREATE TABLE widget (
+    handle INTEGER PRIMARY KEY,
+    tizen_app_id TEXT NOT NULL UNIQUE,
+    kx_app_id TEXT UNIQUE,                    -- NULL: has none
+    installed_on_usb INTEGER NOT NULL DEFAULT 0 CHECK (installed_on_usb IN (0, 1)),
+    available INTEGER NOT NULL DEFAULT 0 CHECK (available IN (0, 1)),
+    external_storage_path TEXT                -- NULL: never set; '': cleared
+);
+
+PRAGMA application_id = 0x5a4b5857;
+PRAGMA user_version = 1;  -- of this schema
+
+COMMIT;

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <boost/program_options/variables_map.hpp>
+#include <string>
+
+namespace ZelmarFrontend {
+
+/**
+ * One command of the tool. `main` calls, each only if the one before returned:
+ * setRequiredParameters, runAction, cleanAction, getActionResult; rollbackAction if one of the last three, or the
+ * printing of the result, threw.
+ */
+class IKxWrtFrontendAction {
+public:
+    virtual ~IKxWrtFrontendAction() {}
+
+    /** The command-line switch that selects the action; the same at every call. */
+    virtual std::string getActionName() const = 0;
+
+    /** The switch's line in the help text. */
+    virtual std::string getActionDescription() const = 0;
+
+    /** Copies what the action needs: the map is gone after the call. Throws std::exception on bad input. */
+    virtual void setRequiredParameters(const boost::program_options::variables_map& vm) = 0;
+
+    /** Does the work. Throws std::exception only if the action as a whole fails, not for a single widget. */
+    virtual void runAction() = 0;
+
+    /** The text for standard output, without a newline. */
+    virtual std::string getActionResult() const = 0;
+
+    /** Undoes what was begun for the widgets that failed. */
+    virtual void cleanAction() = 0;
+
+    /** Undoes the run. Must not throw: nobody is left to catch it. */
+    virtual void rollbackAction() = 0;
+};
+
+}  // namespace ZelmarFrontend

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <platform/dlog.h>
+
+namespace ZelmarFrontend {
+
+/** The priorities of the platform log that the tool uses. */
+enum LogPriority { LOG_PRIORITY_DEBUG = 3, LOG_PRIORITY_ERROR = 6 };
+
+}  // namespace ZelmarFrontend
+
+/**
+ * One line to the platform log: unit, function and number, then the message.
+ * ZELMAR_UNIT is the source file's name without extension; the build sets it for each file.
+ */
+#define ZELMAR_LOG(priority, number, format, ...)                                                                     \
+    __dlog_print(ZelmarFrontend::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, ZELMAR_UNIT, __func__, number, \
+                 ##__VA_ARGS__)
+
+#define LOG_DEBUG(...) ZELMAR_LOG(LOG_PRIORITY_DEBUG, __LINE__, __VA_ARGS__)
+
+// Field tools match these lines by their number, so it is given and stays when the file is edited.
+#define LOG_DEBUG_AT(number, ...) ZELMAR_LOG(LOG_PRIORITY_DEBUG, number, __VA_ARGS__)
+#define LOG_ERROR_AT(number, ...) ZELMAR_LOG(LOG_PRIORITY_ERROR, number, __VA_ARGS__)
+
+/** For a message whose format and arguments disagree on purpose; the caller says who relies on it. */
+#define LOG_DEBUG_MISMATCHED(...)                                                             \
+    do {                                                                                      \
+        _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wformat\"")         \
+            _Pragma("GCC diagnostic ignored \"-Wformat-extra-args\"") LOG_DEBUG(__VA_ARGS__); \
+        _Pragma("GCC diagnostic pop")                                                         \
+    } while (false)

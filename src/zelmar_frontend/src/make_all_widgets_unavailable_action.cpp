@@ -1,0 +1,58 @@
+#include "make_all_widgets_unavailable_action.h"
+
+#include <platform/dpl.h>
+#include <platform/zelmar_dao.h>
+#include <boost/optional.hpp>
+#include <vector>
+
+#include "log.h"
+#include "make_widgets_unavailable_action.h"
+#include "zelmar_frontend_constants.h"
+
+using ZelmarDB::KxWidgetDAOReadOnly;
+
+namespace ZelmarFrontend {
+
+const std::string MakeAllWidgetsUnavailableAction::m_actionName("make-all-unavailable");
+const std::string MakeAllWidgetsUnavailableAction::m_actionDescription("Changes all external widgets as unavailable");
+
+void MakeAllWidgetsUnavailableAction::setRequiredParameters(const boost::program_options::variables_map&) {}
+
+void MakeAllWidgetsUnavailableAction::runAction()
+{
+    std::vector<std::string> pkgIds;
+    for (const auto& dao : KxWidgetDAOReadOnly::getAvailableWidgets()) {
+        try {
+            LOG_DEBUG("Dao handle: %s", DPL::ToUTF8String(dao->getTizenAppId()).c_str());
+            const boost::optional<std::wstring> kxAppId = dao->getKxAppId();
+            if (kxAppId) {
+                pkgIds.push_back(DPL::ToUTF8String(*kxAppId));
+            }
+        } catch (const KxWidgetDAOReadOnly::Exception::WidgetNotExist& e) {
+            LOG_DEBUG("Widget not exist: %s", e.message().c_str());
+        } catch (const KxWidgetDAOReadOnly::Exception::DatabaseError& e) {
+            LOG_DEBUG("Database error: %s", e.message().c_str());
+        }
+    }
+    if (pkgIds.empty()) {
+        return;
+    }
+
+    MakeWidgetsUnavailableAction action;
+    action.setRequiredParameters(pkgIds);
+    action.runAction();
+    action.cleanAction();
+    action.getActionResult().swap(m_actionResult);
+}
+
+void MakeAllWidgetsUnavailableAction::cleanAction()
+{
+    LOG_DEBUG("Action's clean is not required.");
+}
+
+void MakeAllWidgetsUnavailableAction::rollbackAction() noexcept
+{
+    LOG_DEBUG("No action required");
+}
+
+}  // namespace ZelmarFrontend

@@ -1,0 +1,218 @@
+#include "make_widgets_available_action.h"
+
+#include <platform/dpl.h>
+#include <platform/privilege_control.h>
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <boost/system/error_code.hpp>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+#include "kx_wrt_frontend_action_exception.h"
+#include "log.h"
+#include "zelmar_frontend_common.h"
+#include "zelmar_frontend_constants.h"
+
+namespace fs = boost::filesystem;
+
+namespace ZelmarFrontend {
+
+namespace {
+
+// Of a link: its target on the external storage, its place on the device.
+using LinksList = std::vector<std::pair<fs::path, fs::path>>;
+
+/** The links that the widget's content on the external storage asks for; what is missing there is left out. */
+LinksList createLinksList(const std::string& pkgId, const std::string& externalPath)
+{
+    const fs::path targetDir = fs::path(externalPath) / (pkgId + "_img");
+    const fs::path imageTarget = targetDir / (pkgId + ".img");
+    const fs::path linkDir = imageDirectory(pkgId);
+    const fs::path imageLink = imageFileLink(pkgId);
+
+    LinksList links;
+    boost::system::error_code error;
+    if (!fs::is_regular_file(fs::status(imageTarget, error))) {
+        // The reason stands where the path would; log readers tell a missing image from a bad one by it.
+        LOG_DEBUG("File does not exist or is not regular file: %s", error.message().c_str());
+        return links;
+    }
+    links.emplace_back(imageTarget, imageLink);
+
+    std::for_each(std::begin(LINKED_METADATA_FILES), std::end(LINKED_METADATA_FILES), [&](const std::string& name) {
+        const fs::path target = targetDir / name;
+        if (fs::is_regular_file(fs::status(target, error))) {
+            links.emplace_back(target, linkDir / name);
+        } else {
+            LOG_DEBUG("Cannot find external path: %s, Skipping.", target.c_str());
+        }
+    });
+    return links;
+}
+
+}  // namespace
+
+const std::string MakeWidgetsAvailableAction::m_actionName("make-available");
+// The wording is what the help text has always shown.
+const std::string MakeWidgetsAvailableAction::m_actionDescription(
+    "Changes widget's state and prepares for widget for launch");
+
+void MakeWidgetsAvailableAction::setRequiredParameters(const boost::program_options::variables_map& vm)
+{
+    LOG_DEBUG("Parsing required parameters");
+
+    if (vm.count("path") == 0) {
+        throw std::runtime_error("External path is not specified");
+    }
+    m_externalPath = vm["path"].as<fs::path>().string();
+    if (!fs::is_directory(fs::status(m_externalPath))) {
+        LOG_DEBUG("External path does not exist or is not a directory: %s", m_externalPath.c_str());
+        throw std::runtime_error("External path does not exist or is not a directory");
+    }
+    // A relative path is checked from the working directory but resolved from the mount root: the callers that name
+    // a mount in short do so from there.
+    m_externalPath = fs::canonical(m_externalPath, EXTERNAL_STORAGE_ROOT).string();
+    LOG_DEBUG("External path: %s", m_externalPath.c_str());
+
+    if (vm.count("kxAppId") == 0) {
+        throw std::runtime_error("KxAppId not found");
+    }
+    appendWidgets(m_widgets, vm["kxAppId"].as<std::vector<std::string>>());
+    // Throws for a path that the database could not hold, before any link points into it.
+    DPL::FromUTF8String(m_externalPath);
+}
+
+void MakeWidgetsAvailableAction::runAction()
+{
+    LOG_DEBUG("Running action: %s", m_actionName.c_str());
+
+    // Links first, the state last: at no instant is a widget available without its links. Each undo is registered
+    // only once there is something to undo, and runs in cleanAction.
+    for (ProcessedWidget& widget : m_widgets) {
+        const std::string pkgId = widget.getPkgId();
+        LOG_DEBUG("===== Processing widget: %s ======", pkgId.c_str());
+
+        if (!widget.isWidgetInstalled()) {
+            LOG_DEBUG("Widget is not installed. pkgId: %s", pkgId.c_str());
+            failWidget(widget, ERROR_WIDGET_IS_NOT_INSTALLED);
+            continue;
+        }
+        if (!widget.isInstalledOnUSB()) {
+            LOG_DEBUG("Widget is Installed on local storage. PkgId: %s", pkgId.c_str());
+            failWidget(widget, ERROR_LOCAL_STORAGE_USED);
+            continue;
+        }
+
+        fs::path installDir = imageDirectory(pkgId);
+        boost::system::error_code error;
+        if (!fs::is_directory(fs::status(installDir, error))) {
+            LOG_DEBUG("Cannot find installation dir: %s", installDir.c_str());
+            if (error) {
+                LOG_DEBUG("error message :%s", error.message().c_str());
+            }
+            failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
+            continue;
+        }
+        if (!canonicalizePath(installDir, "/opt/usr/apps")) {
+            LOG_DEBUG("Local destination path is not valid");
+            failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
+            continue;
+        }
+
+        try {
+            createSymlinks(pkgId);
+        } catch (const KxWrtFrontendActionException&) {
+            LOG_DEBUG("Cannot create symlinks. Cleaning...");
+            failWidget(widget, ERROR_SYMLINKS_CREATE);
+            continue;
+        }
+
+        const fs::path storagePath = fs::path(m_externalPath) / (pkgId + "_img");
+        if (!widget.setExternalStoragePath(storagePath.string())) {
+            LOG_DEBUG("Cannot set external storage path. Cleaning...");
+            failWidget(widget, ERROR_UNKNOWN);
+            continue;
+        }
+        m_actionSupport.addCleanFunction(pkgId, &ProcessedWidget::setExternalStoragePath, &widget, "");
+
+        if (!widget.setWidgetStateAvailable()) {
+            LOG_DEBUG("Cannot update db, pkgId: %s. Cleaning...", pkgId.c_str());
+            failWidget(widget, ERROR_UNKNOWN);
+            continue;
+        }
+        m_actionSupport.addCleanFunction(pkgId, &ProcessedWidget::setWidgetStateUnavailable, &widget);
+
+        widget.setActionResult(SUCCESS);
+    }
+}
+
+void MakeWidgetsAvailableAction::createSymlinks(const std::string& pkgId)
+{
+    LOG_DEBUG("Creating symlinks, pkgId: %s", pkgId.c_str());
+
+    for (const auto& [target, link] : createLinksList(pkgId, m_externalPath)) {
+        LOG_DEBUG("Preparing link: %s ---> %s", target.c_str(), link.c_str());
+
+        boost::system::error_code error;
+        if (fs::is_symlink(fs::symlink_status(link, error))) {
+            LOG_DEBUG("Removing old symlink: %s", link.c_str());
+            if (!fs::remove(link, error)) {
+                LOG_DEBUG("Cannot remove old symlink");
+                throw KxWrtFrontendActionException("");
+            }
+        }
+
+        fs::create_symlink(target, link, error);
+        if (error) {
+            LOG_DEBUG("Symlink create failed: [%s]", error.message().c_str());
+            throw KxWrtFrontendActionException("");
+        }
+        if (!fs::is_symlink(fs::symlink_status(link, error))) {
+            LOG_DEBUG("Symlink create failed: [%s]", error.message().c_str());
+            throw KxWrtFrontendActionException("");
+        }
+        // Before the label, so that a link that could not be labelled goes too.
+        m_actionSupport.addCleanFunction(pkgId, &removeSymlink, link);
+
+        LOG_DEBUG("Preaparing smack labels");
+        const int result = perm_app_setup_path(pkgId.c_str(), link.c_str(), 0, "_");
+        if (result != 0) {
+            LOG_DEBUG("Privilege error: %s", perm_strerror(result));
+            throw KxWrtFrontendActionException("");
+        }
+    }
+}
+
+std::string MakeWidgetsAvailableAction::getActionResult() const
+{
+    return makeActionResult(m_widgets);
+}
+
+void MakeWidgetsAvailableAction::cleanAction()
+{
+    LOG_DEBUG("Cleaning...");
+    for (const ProcessedWidget& widget : m_widgets) {
+        if (widget.getWidgetActionStatus() == FAIL) {
+            m_actionSupport.runCleanFunctions(widget.getPkgId());
+        }
+    }
+}
+
+void MakeWidgetsAvailableAction::rollbackAction() noexcept
+{
+    LOG_DEBUG("Rolling back action");
+    try {
+        for (const ProcessedWidget& widget : m_widgets) {
+            if (widget.getWidgetActionStatus() != NOT_PROCESSED) {
+                m_actionSupport.runCleanFunctions(widget.getPkgId());
+            }
+        }
+    } catch (const std::exception& e) {
+        LOG_DEBUG("Exception: %s", e.what());
+    } catch (...) {
+        LOG_DEBUG("Unhandled exception caught");
+    }
+}
+
+}  // namespace ZelmarFrontend

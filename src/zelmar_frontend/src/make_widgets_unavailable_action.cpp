@@ -1,0 +1,93 @@
+#include "make_widgets_unavailable_action.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/system/error_code.hpp>
+#include <stdexcept>
+
+#include "log.h"
+#include "zelmar_frontend_common.h"
+#include "zelmar_frontend_constants.h"
+
+namespace fs = boost::filesystem;
+
+namespace ZelmarFrontend {
+
+const std::string MakeWidgetsUnavailableAction::m_actionName("make-unavailable");
+const std::string MakeWidgetsUnavailableAction::m_actionDescription("Sets a widget as unavailable");
+
+void MakeWidgetsUnavailableAction::setRequiredParameters(const boost::program_options::variables_map& vm)
+{
+    LOG_DEBUG("Parsing required parameters");
+
+    if (vm.count("kxAppId") == 0) {
+        throw std::runtime_error("KxAppId not found");
+    }
+    setRequiredParameters(vm["kxAppId"].as<std::vector<std::string>>());
+}
+
+void MakeWidgetsUnavailableAction::setRequiredParameters(const std::vector<std::string>& pkgIds)
+{
+    appendWidgets(m_widgets, pkgIds);
+}
+
+void MakeWidgetsUnavailableAction::runAction()
+{
+    LOG_DEBUG("Running action: %s", m_actionName.c_str());
+
+    // The path first, the state last; nothing is taken back when a later step fails, since the storage is gone.
+    for (ProcessedWidget& widget : m_widgets) {
+        const std::string pkgId = widget.getPkgId();
+
+        if (!widget.isWidgetInstalled()) {
+            LOG_DEBUG("Widget is not installed. PkgId: %s", pkgId.c_str());
+            failWidget(widget, ERROR_WIDGET_IS_NOT_INSTALLED);
+            continue;
+        }
+
+        fs::path installDir = imageDirectory(pkgId);
+        boost::system::error_code error;
+        if (!fs::exists(installDir, error) || !fs::is_directory(installDir, error)) {
+            // "%e" and "rror", not a misspelt "%s": log parsers in the field match the line by the number it prints.
+            // Whatever stands there is the call's own affair; no conversion follows that it could put off.
+            LOG_DEBUG_MISMATCHED("Cannot find widget install path: %s, %error", installDir.c_str(),
+                                 error.message().c_str());
+            failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
+            continue;
+        }
+        if (!canonicalizePath(installDir, "/opt/usr/apps")) {
+            // Log parsers match the misspelt line as a whole; the path travels with it and is not printed.
+            LOG_DEBUG_MISMATCHED("Install path is not vaild", installDir.c_str());
+            failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
+            continue;
+        }
+
+        if (!widget.setExternalStoragePath("")) {
+            LOG_DEBUG("Cannot change external storage path");
+        }
+        removeSymlinks(pkgId);
+        if (!widget.setWidgetStateUnavailable()) {
+            // Log parsers match the line up to its end; the identifier travels with it and is not printed.
+            LOG_DEBUG_MISMATCHED("Cannot change widget state, pkgid: ", pkgId.c_str());
+            failWidget(widget, ERROR_UNKNOWN);
+            continue;
+        }
+        widget.setActionResult(SUCCESS);
+    }
+}
+
+std::string MakeWidgetsUnavailableAction::getActionResult() const
+{
+    return makeActionResult(m_widgets);
+}
+
+void MakeWidgetsUnavailableAction::cleanAction()
+{
+    LOG_DEBUG("Action's clean is not required.");
+}
+
+void MakeWidgetsUnavailableAction::rollbackAction() noexcept
+{
+    LOG_DEBUG("No rollback required.");
+}
+
+}  // namespace ZelmarFrontend

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+namespace ZelmarFrontend {
+
+// Error codes of failed widgets, as the result line carries them.
+const std::string ERROR_INSTALL_DIR_NOT_FOUND("Install_Dir_Not_Found");
+const std::string ERROR_LOCAL_STORAGE_USED("Local_Storage_Used");
+// Misspelt since the first release; the launchers that read the result line compare it as it is.
+const std::string ERROR_SYMLINKS_CREATE("Synlinks_Create_Error");
+const std::string ERROR_UNKNOWN("Unknown_Error");
+const std::string ERROR_WIDGET_IS_NOT_INSTALLED("Widget_Is_Not_Installed");
+
+const std::string EXTERNAL_STORAGE_ROOT("/opt/storage/usb");
+
+/** Linked beside a widget's image file, in this order; the links are made and removed by this table alone. */
+const std::string LINKED_METADATA_FILES[] = {"widget.info", "config.xml", "config.xml.spm"};
+
+}  // namespace ZelmarFrontend
