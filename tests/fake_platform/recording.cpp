@@ -1,0 +1,137 @@
+#include "recording.h"
+
+#include <platform/dlog.h>
+#include <platform/privilege_control.h>
+#include <platform/zelmar_dao.h>
+#include <cstdarg>
+#include <stdexcept>
+
+using DPL::FromUTF8String;
+using DPL::ToUTF8String;
+using ZelmarDB::KxWidgetDAOReadOnly;
+
+Recording recording;
+
+namespace {
+
+/** Records the call and gives the answer laid down for it, else `usual`. */
+std::string answer(const std::string& call, const std::string& usual = "")
+{
+    recording.story += call + "\n";
+    const auto laidDown = recording.answers.find(call);
+    const std::string answer = laidDown == recording.answers.end() ? usual : laidDown->second;
+    if (answer == "WidgetNotExist") throw KxWidgetDAOReadOnly::Exception::WidgetNotExist("no such widget");
+    if (answer == "DatabaseError") throw KxWidgetDAOReadOnly::Exception::DatabaseError("disk I/O error");
+    if (answer == "SqlException") throw DPL::DB::SqlConnection::Exception::Base("no such file");
+    if (answer == "std::exception") throw std::runtime_error("out of luck");
+    if (answer == "unknown") throw 42;
+    return answer;
+}
+
+std::string byHandle(const char* call, int handle, const std::string& usual)
+{
+    return answer(call + std::string(" ") + std::to_string(handle), usual);
+}
+
+}  // namespace
+
+int __dlog_print(int priority, const char* tag, const char* format, ...)
+{
+    char line[1000];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    const std::string usual = priority == 3 && tag == std::string("ZELMAR_INSTALLER")
+                                  ? ""
+                                  : std::string(tag) + std::to_string(priority) + " ";
+    recording.story += usual + line + "\n";
+    return 0;
+}
+
+int perm_app_setup_path(const char* pkg_id, const char* path, int app_path_type, ...)
+{
+    va_list arguments;
+    va_start(arguments, app_path_type);
+    const std::string label = va_arg(arguments, const char*);
+    va_end(arguments);
+    return std::stoi(
+        answer("label " + std::string(pkg_id) + " " + path + " " + std::to_string(app_path_type) + " " + label, "0"));
+}
+
+const char* perm_strerror(int result)
+{
+    return result == 7 ? "no labels here" : "?";
+}
+
+namespace ZelmarDB {
+
+void KxDatabase::attachToThreadRW()
+{
+    answer("attach");
+}
+
+void KxDatabase::detachFromThread()
+{
+    answer("detach");
+}
+
+std::wstring KxWidgetDAOReadOnly::getTizenAppId() const
+{
+    return FromUTF8String(byHandle("getTizenAppId", m_handle, "t." + std::to_string(m_handle)));
+}
+
+boost::optional<std::wstring> KxWidgetDAOReadOnly::getKxAppId() const
+{
+    const std::string id = byHandle("getKxAppId", m_handle, recording.available[static_cast<size_t>(m_handle)]);
+    return id.empty() ? boost::none : boost::make_optional(FromUTF8String(id));
+}
+
+bool KxWidgetDAOReadOnly::isInstalledOnUSB() const
+{
+    return byHandle("isInstalledOnUSB", m_handle, "1") == "1";
+}
+
+std::wstring KxWidgetDAOReadOnly::getTizenAppIdFromKxAppId(const std::wstring& kxAppId)
+{
+    const std::string id = ToUTF8String(kxAppId);
+    return FromUTF8String(answer("getTizenAppId " + id, "t." + id));
+}
+
+bool KxWidgetDAOReadOnly::isWidgetInstalled(const std::wstring& tizenAppId)
+{
+    return answer("isWidgetInstalled " + ToUTF8String(tizenAppId), "1") == "1";
+}
+
+int KxWidgetDAOReadOnly::getHandleFromTizenAppId(const std::wstring& tizenAppId)
+{
+    return std::stoi(answer("getHandle " + ToUTF8String(tizenAppId), "5"));
+}
+
+std::list<std::shared_ptr<KxWidgetDAOReadOnly>> KxWidgetDAOReadOnly::getAvailableWidgets()
+{
+    answer("getAvailableWidgets");
+    std::list<std::shared_ptr<KxWidgetDAOReadOnly>> widgets;
+    for (int handle = 0; handle < static_cast<int>(recording.available.size()); ++handle) {
+        widgets.push_back(std::make_shared<KxWidgetDAOReadOnly>(handle));
+    }
+    return widgets;
+}
+
+void KxWidgetDAO::setAvailable(const std::wstring& tizenAppId, bool available)
+{
+    answer("setAvailable " + ToUTF8String(tizenAppId) + (available ? " 1" : " 0"));
+}
+
+void KxWidgetDAO::setExternalStoragePath(const std::wstring& tizenAppId, const boost::optional<std::wstring>& path)
+{
+    answer("setPath " + ToUTF8String(tizenAppId) + " " + (path ? "'" + ToUTF8String(*path) + "'" : "none"));
+}
+
+KxPathBuilder& KxPathBuilder::Append(const std::string& component)
+{
+    m_path += (m_path.empty() ? "" : "/") + component;
+    return *this;
+}
+
+}  // namespace ZelmarDB

@@ -1,0 +1,121 @@
+"""A television in the private /opt: widgets, a stick, the widget database and the system log, all real."""
+
+import os
+import re
+import shutil
+import socket
+import sqlite3
+import subprocess
+import threading
+from collections import namedtuple
+from pathlib import Path
+
+if os.environ.get("PRIVATE_OPT") != "1":
+    raise SystemExit("This empties /opt: run it through tools/private-opt.")
+
+APPS = Path("/opt/usr/apps")
+STICK = Path("/opt/storage/usb/sda1")
+DATABASE = Path("/opt/usr/zelmar/widgets.db")
+SCHEMA = Path(__file__).parent.parent / "src/platform/widget_db.sql"
+METADATA = ("widget.info", "config.xml", "config.xml.spm")
+LABEL = "security.SMACK64"
+
+Run = namedtuple("Run", "status out err log")
+Link = namedtuple("Link", "target label")
+Row = namedtuple("Row", "available path")
+
+
+class SystemLog:
+    """Whoever reads /dev/log on a real system."""
+
+    def __init__(self):
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        Path("/dev/log").unlink(missing_ok=True)
+        self.socket.bind("/dev/log")
+        self.lines = []
+        threading.Thread(target=self.read, daemon=True).start()
+
+    def read(self):
+        while True:
+            line = self.socket.recv(1 << 20)
+            self.lines.append(line.decode("utf-8", "backslashreplace"))
+
+    def take(self):
+        """The lines since the last call, as "<priority> message"; the marker sent last shows that all have come."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.sendto(b"end", "/dev/log")
+        while not self.lines or self.lines[-1] != "end":
+            pass
+        lines, self.lines[:] = self.lines[:-1], []
+        return [re.sub(r"<(\d+)>.{15} ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line) for line in lines]
+
+
+class Device:
+    log = None
+
+    def __init__(self, tool):
+        self.tool = tool
+        Device.log = Device.log or SystemLog()
+        for entry in Path("/opt").iterdir():
+            if not os.path.ismount(entry) and "zelmar-frontend" not in str(entry):
+                shutil.rmtree(entry)
+        for folder in (APPS, STICK, DATABASE.parent):
+            folder.mkdir(parents=True)
+        subprocess.run(["sqlite3", DATABASE], input=SCHEMA.read_text(), text=True, check=True, capture_output=True)
+
+    def sql(self, statement, *values):
+        with sqlite3.connect(DATABASE, isolation_level=None) as database:
+            return database.execute(statement, values).fetchall()
+
+    def widget(self, name, usb=True, files=("image",) + METADATA):
+        """Installs a widget; `files` of its content are on the stick, if it is a widget on USB."""
+        self.sql("INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb) VALUES (?, ?, ?)",
+                 f"tizen.{name}", name, usb)
+        self.place(name).mkdir()
+        if usb:
+            self.content(name, files)
+        return self
+
+    def content(self, name, files):
+        folder = STICK / f"{name}_img"
+        shutil.rmtree(folder, ignore_errors=True)
+        folder.mkdir(parents=True)
+        for file in files:
+            (folder / (f"{name}.img" if file == "image" else file)).write_text(file)
+
+    def place(self, name):
+        return APPS / f"{name}_img"
+
+    def run(self, *words, **options):
+        """Calls the tool; `options` are those of subprocess.run."""
+        done = subprocess.run([*self.tool, *words], **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
+                                                       "timeout": 100, **options})
+        text = [None if t is None else t.decode("utf-8", "backslashreplace") for t in (done.stdout, done.stderr)]
+        return Run(done.returncode, *text, self.log.take())
+
+    def available(self, *names, **options):
+        return self.run("--make-available", "--path", str(STICK), "--", *names, **options)
+
+    def unavailable(self, *names, **options):
+        return self.run("--make-unavailable", "--", *names, **options)
+
+    def links(self, name):
+        """What stands in the widget's image directory: links with target and label, other files as None."""
+        return {entry.name: Link(os.readlink(entry), label(entry)) if entry.is_symlink() else None
+                for entry in self.place(name).iterdir()}
+
+    def row(self, name):
+        rows = self.sql("SELECT available, external_storage_path FROM widget WHERE kx_app_id = ?", name)
+        return Row(bool(rows[0][0]), rows[0][1]) if rows else None
+
+    def state(self):
+        """All that a run may change."""
+        names = [name for name, in self.sql("SELECT kx_app_id FROM widget ORDER BY handle")]
+        return {name: (self.row(name), self.links(name)) for name in names}
+
+
+def label(link):
+    try:
+        return os.getxattr(link, LABEL, follow_symlinks=False).decode()
+    except OSError:
+        return None
