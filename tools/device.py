@@ -7,7 +7,9 @@ import socket
 import sqlite3
 import subprocess
 import threading
+import time
 from collections import namedtuple
+from contextlib import closing
 from pathlib import Path
 
 if os.environ.get("PRIVATE_OPT") != "1":
@@ -45,7 +47,7 @@ class SystemLog:
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
             sender.sendto(b"end", "/dev/log")
         while not self.lines or self.lines[-1] != "end":
-            pass
+            time.sleep(0.001)
         lines, self.lines[:] = self.lines[:-1], []
         return [re.sub(r"<(\d+)>.{15} ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line) for line in lines]
 
@@ -56,15 +58,14 @@ class Device:
     def __init__(self, tool):
         self.tool = tool
         Device.log = Device.log or SystemLog()
-        for entry in Path("/opt").iterdir():
-            if not os.path.ismount(entry) and "zelmar-frontend" not in str(entry):
-                shutil.rmtree(entry)
+        self.log.take()
         for folder in (APPS, STICK, DATABASE.parent):
+            shutil.rmtree(folder, ignore_errors=True)
             folder.mkdir(parents=True)
         subprocess.run(["sqlite3", DATABASE], input=SCHEMA.read_text(), text=True, check=True, capture_output=True)
 
     def sql(self, statement, *values):
-        with sqlite3.connect(DATABASE, isolation_level=None) as database:
+        with closing(sqlite3.connect(DATABASE, isolation_level=None)) as database:
             return database.execute(statement, values).fetchall()
 
     def widget(self, name, usb=True, files=("image",) + METADATA):
@@ -90,8 +91,8 @@ class Device:
         """Calls the tool; `options` are those of subprocess.run."""
         done = subprocess.run([*self.tool, *words], **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                                                        "timeout": 100, **options})
-        text = [None if t is None else t.decode("utf-8", "backslashreplace") for t in (done.stdout, done.stderr)]
-        return Run(done.returncode, *text, self.log.take())
+        out, err = ((text or b"").decode("utf-8", "backslashreplace") for text in (done.stdout, done.stderr))
+        return Run(done.returncode, out, err, self.log.take())
 
     def available(self, *names, **options):
         return self.run("--make-available", "--path", str(STICK), "--", *names, **options)

@@ -4,6 +4,7 @@
 #include <platform/privilege_control.h>
 #include <platform/zelmar_dao.h>
 #include <cstdarg>
+#include <cstring>
 #include <stdexcept>
 
 using DPL::FromUTF8String;
@@ -42,10 +43,10 @@ int __dlog_print(int priority, const char* tag, const char* format, ...)
     va_start(arguments, format);
     vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
-    const std::string usual = priority == 3 && tag == std::string("ZELMAR_INSTALLER")
-                                  ? ""
-                                  : std::string(tag) + std::to_string(priority) + " ";
-    recording.story += usual + line + "\n";
+    const bool usual = priority == 3 && tag == std::string("ZELMAR_INSTALLER");
+    recording.story += usual ? "" : std::to_string(priority) + " " + tag + " ";
+    // The one line with a conversion that its argument does not fit is told as it was given.
+    recording.story += std::string(std::strstr(format, "%error") ? format : line) + "\n";
     return 0;
 }
 

@@ -1,0 +1,167 @@
+"""The tool itself on a device: real database, links, labels and log. The words of the command line call the tool."""
+
+import os
+import re
+import shutil
+import sqlite3
+import subprocess
+import sys
+import unittest
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).parent.parent / "tools"))
+from device import APPS, DATABASE, METADATA, STICK, Device, Link, Row  # noqa: E402
+
+README = Path(__file__).parent.parent / "README.md"
+HOSTILE = ("two words", "'\"`$(reboot)", "%s%n%e", "a;DROP TABLE widget", "line\nbreak", "колобок😀", "-x", "--", "..", "_" * 200)
+
+
+class DeviceTest(unittest.TestCase):
+    def setUp(self):
+        self.device = Device(TOOL)
+
+    def linked(self, name, files=METADATA):
+        content = STICK / f"{name}_img"
+        return (Row(True, str(content)),
+                {file: Link(str(content / file), "_") for file in (f"{name}.img", *files)})
+
+    def test_the_life_of_a_stick(self):
+        device = self.device
+        device.widget("a").widget("b", files=["image", "config.xml"]).widget("bare", files=[]).widget("local", usb=False)
+        for name in ("a", "b"):
+            (device.place(name) / "note").write_text("real")
+            (device.place(name) / "own").symlink_to("/elsewhere")
+        ours = {"note": None, "own": Link("/elsewhere", None)}
+        before = device.state()
+
+        run = device.available("a", "missing", "b", "bare", "local", "a")
+        self.assertEqual((0, "a,SUCCESS:missing,FAIL,Widget_Is_Not_Installed:b,SUCCESS:bare,SUCCESS:"
+                             "local,FAIL,Local_Storage_Used:a,SUCCESS:\n", ""), run[:3])
+        row, links = self.linked("a")
+        self.assertEqual((row, {**links, **ours}), device.state()["a"])
+        row, links = self.linked("b", ["config.xml"])
+        self.assertEqual((row, {**links, **ours}), device.state()["b"])
+        self.assertEqual((Row(True, f"{STICK}/bare_img"), {}), device.state()["bare"])
+        self.assertEqual(before["local"], device.state()["local"])
+        plugged = device.state()
+
+        # Again, in another order, and one by one: the same.
+        self.assertEqual("bare,SUCCESS:b,SUCCESS:a,SUCCESS:\n", device.available("bare", "b", "a").out)
+        self.assertEqual(plugged, device.state())
+
+        shutil.rmtree(STICK.parent)
+        run = device.run("--make-all-unavailable")
+        self.assertEqual((0, "a,SUCCESS:b,SUCCESS:bare,SUCCESS:\n", ""), run[:3])
+        cleared = {name: (Row(False, "" if plugged[name][0].available else None), links)
+                   for name, (_, links) in before.items()}
+        self.assertEqual(cleared, device.state())
+        self.assertEqual((0, "\n", ""), device.run("--make-all-unavailable")[:3])
+        self.assertEqual("a,SUCCESS:b,SUCCESS:\n", device.unavailable("a", "b").out)
+        self.assertEqual(cleared, device.state())
+
+        # Changed while away: what the content no longer asks for is gone.
+        device.content("a", ["image", "widget.info"])
+        device.content("b", METADATA)
+        for name in ("b", "a"):
+            self.assertEqual(f"{name},SUCCESS:\n", device.available(name).out)
+        row, links = self.linked("a", ["widget.info"])
+        self.assertEqual((row, {**links, **ours}), device.state()["a"])
+        self.assertEqual((Row(True, f"{STICK}/b_img"), ours), device.state()["b"])
+
+        # An installation directory that went away, too, has its verdict.
+        shutil.rmtree(device.place("a"))
+        self.assertEqual("a,FAIL,Install_Dir_Not_Found:b,SUCCESS:\n", device.unavailable("a", "b").out)
+
+    def test_bad_input_changes_nothing(self):
+        device = self.device.widget("a")
+        before = device.state()
+        odd = os.fsencode(STICK) + b"/\xff"
+        os.mkdir(odd)
+        file = str(STICK / "a_img/a.img")
+        for words, message in (
+                (["--make-available", "a"], "External path is not specified"),
+                (["--make-available", "--path", "/none", "a"], "External path does not exist or is not a directory"),
+                (["--make-available", "--path", file, "a"], "External path does not exist or is not a directory"),
+                (["--make-available", "--path", odd, "a"], "Not well-formed UTF-8: /opt/storage/usb/sda1/\\xff"),
+                (["--make-available", "--path", STICK], "KxAppId not found"),
+                (["--make-available", "--path", STICK, "a", b"\xc3("], "Not well-formed UTF-8: \\xc3("),
+                (["--make-available", "--path", STICK, "--path", STICK, "a"], "option '--path' cannot be specified more than once"),
+                (["--make-available", "--path"], "the required argument for option '--path' is missing"),
+                (["--make-available", "--path", "/two words", "a"], "the argument ('/two words') for option '--path' is invalid"),
+                (["--make-available", "--make-unavailable", "a"], "Multiple actions selected"),
+                (["--make-unavailable"], "KxAppId not found"),
+                (["--make-unavailable", "--force", "a"], "unrecognised option '--force'"),
+                (["--make-a", "a"], "option '--make-a' is ambiguous and matches '--make-all-unavailable', and '--make-available'")):
+            with self.subTest(words):
+                run = device.run(*words)
+                self.assertEqual((255, "", message + "\n"), run[:3])
+                self.assertIn(f"<7> main: main(78) > Input parameters error: {message}", run.log)
+                self.assertEqual(before, device.state())
+
+    def test_identifiers_are_never_interpreted(self):
+        device = self.device
+        for name in HOSTILE:
+            device.widget(name)
+        run = device.available(*HOSTILE)
+        self.assertEqual("".join(f"{name},SUCCESS:" for name in HOSTILE) + "\n", run.out)
+        for name in HOSTILE:
+            self.assertEqual(self.linked(name), device.state()[name])
+            self.assertTrue(any(line.endswith(f"===== Processing widget: {name} ======") for line in run.log), name)
+        self.assertEqual(run.out, device.run("--make-all-unavailable").out)
+        # What the README tells integrators to do with such a line.
+        snippet = re.search(r"```sh\n(.*?sed.*?)```", README.read_text(), re.S)[1]
+        stub = f"zelmar-frontend() {{ printf %s \"$LINE\"; }}; mount_point=x; set -- a; {snippet}"
+        told = subprocess.run(["bash", "-c", stub], env={**os.environ, "LINE": "a:b,SUCCESS:x,FAIL,Unknown_Error:\n"},
+                              capture_output=True, text=True, check=True).stdout
+        self.assertEqual("a:b: done\nx: Unknown_Error\n", told)
+
+    def test_a_result_that_nobody_can_read_is_taken_back(self):
+        device = self.device.widget("a").widget("local", usb=False)
+        reader, broken_pipe = os.pipe()
+        os.close(reader)
+        for redirection, reason in ((">/dev/full", "No space left on device"), (">&-", "Bad file descriptor"),
+                                    (f">&{broken_pipe}", "Broken pipe")):
+            with self.subTest(redirection):
+                words = ["bash", "-c", f'"$@" {redirection}', "bash", *TOOL, "--make-available", "--path", STICK, "a", "local"]
+                done = subprocess.run(words, pass_fds=[broken_pipe], stderr=subprocess.PIPE, text=True)
+                self.assertEqual((255, f"Cannot write the result line to standard output: {reason}\n"),
+                                 (done.returncode, done.stderr))
+                self.assertEqual((Row(False, ""), {}), device.state()["a"])
+
+    def test_attachment_says_what_is_wrong_with_the_database(self):
+        def sql(statement):
+            return lambda: self.device.sql(statement)
+        for spoil, reason in ((sql("PRAGMA user_version = 0"), "schema version 0 instead of 1"),
+                              (sql("PRAGMA application_id = 1"), "not a widget database"),
+                              (lambda: DATABASE.write_text("some other file\n" * 99), "file is not a database"),
+                              (DATABASE.unlink, "No such file or directory")):
+            spoil()
+            run = self.device.run("--make-all-unavailable")
+            self.assertEqual((255, "", "Cannot attach DBConnection to current thread\n"), run[:3])
+            self.assertEqual([f"<7> db_connection_wrapper: attachToThread(40) > SqlException caught: Open {DATABASE}: {reason}",
+                              "<3> main: main(41) > Cannot attach DBConnection to current thread"], run.log)
+        self.assertFalse(DATABASE.exists())
+
+    def test_removal_of_tens_of_thousands(self):
+        def peak_after(widgets):
+            with sqlite3.connect(DATABASE) as database:
+                database.executemany("INSERT OR REPLACE INTO widget VALUES (?, 't.' || ?1, 'widget' || ?1, 1, 1, '/x')",
+                                     ((number,) for number in range(widgets)))
+            for number in range(widgets):
+                (APPS / f"widget{number}_img").mkdir(exist_ok=True)
+            with open("/opt/result", "w+b") as result:
+                pid = os.posix_spawn(TOOL[0], [*TOOL, "--make-all-unavailable"], os.environ,
+                                     file_actions=[(os.POSIX_SPAWN_DUP2, result.fileno(), 1)])
+                usage = os.wait4(pid, 0)[2]
+                result.seek(0)
+                self.assertEqual(widgets, result.read().count(b",SUCCESS:"))
+            return usage.ru_maxrss
+        Path("/dev/log").unlink()  # without a reader the tool runs all the same
+        Device.log = None
+        few, many = peak_after(1000), peak_after(21000)
+        self.assertLess((many - few) * 1024 / 20000, 800)
+
+
+if __name__ == "__main__":
+    TOOL = sys.argv[1:]
+    unittest.main(argv=sys.argv[:1], verbosity=2)
