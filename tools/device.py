@@ -43,13 +43,14 @@ class SystemLog:
             self.lines.append(line.decode("utf-8", "backslashreplace"))
 
     def take(self):
-        """The lines since the last call, as "<priority> message"; the marker sent last shows that all have come."""
+        """The lines since the last call, as "<priority> message"; in `received`, they are as they came."""
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.sendto(b"end", "/dev/log")
+            sender.sendto(b"end", "/dev/log")  # when it has come, so have all before it
         while not self.lines or self.lines[-1] != "end":
             time.sleep(0.001)
-        lines, self.lines[:] = self.lines[:-1], []
-        return [re.sub(r"<(\d+)>.{15} ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line) for line in lines]
+        self.received, self.lines[:] = self.lines[:-1], []
+        return [re.sub(r"<(\d+)>.{15} ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
+                for line in self.received]
 
 
 class Device:
