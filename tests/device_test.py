@@ -67,10 +67,17 @@ class DeviceTest(unittest.TestCase):
         row, links = self.linked("a", ["widget.info"])
         self.assertEqual((row, {**links, **ours}), device.state()["a"])
         self.assertEqual((Row(True, f"{STICK}/b_img"), ours), device.state()["b"])
+        device.content("b", ["image"])
 
-        # An installation directory that went away, too, has its verdict.
+        # An image directory that is gone too, or read-only, does not stop the run; the log tells of the link that stays.
+        device.available("b")
         shutil.rmtree(device.place("a"))
-        self.assertEqual("a,FAIL,Install_Dir_Not_Found:b,SUCCESS:\n", device.unavailable("a", "b").out)
+        subprocess.run(["mount", "--bind", device.place("b"), device.place("b")], check=True)
+        subprocess.run(["mount", "-o", "remount,bind,ro", device.place("b")], check=True)
+        run = device.unavailable("a", "b")
+        subprocess.run(["umount", device.place("b")], check=True)
+        self.assertEqual("a,FAIL,Install_Dir_Not_Found:b,SUCCESS:\n", run.out)
+        self.assertTrue(any(re.search("Cannot remove symlink: .*/b.img, error: Read-only file", line) for line in run.log))
 
     def test_bad_input_changes_nothing(self):
         device = self.device.widget("a")
