@@ -45,8 +45,9 @@ class DeviceTest(unittest.TestCase):
         self.assertEqual(before["local"], device.state()["local"])
         plugged = device.state()
 
-        # Again, in another order, and one by one: the same.
-        self.assertEqual("bare,SUCCESS:b,SUCCESS:a,SUCCESS:\n", device.available("bare", "b", "a").out)
+        # Again, in another order, the stick named from where sticks are mounted: the same.
+        run = device.run("--make-available", "--path", STICK.name, "bare", "b", "a", cwd=STICK.parent)
+        self.assertEqual("bare,SUCCESS:b,SUCCESS:a,SUCCESS:\n", run.out)
         self.assertEqual(plugged, device.state())
 
         shutil.rmtree(STICK.parent)
@@ -74,6 +75,7 @@ class DeviceTest(unittest.TestCase):
         shutil.rmtree(device.place("a"))
         subprocess.run(["mount", "--bind", device.place("b"), device.place("b")], check=True)
         subprocess.run(["mount", "-o", "remount,bind,ro", device.place("b")], check=True)
+        self.assertEqual("b,FAIL,Synlinks_Create_Error:\n", device.available("b").out)
         run = device.unavailable("a", "b")
         subprocess.run(["umount", device.place("b")], check=True)
         self.assertEqual("a,FAIL,Install_Dir_Not_Found:b,SUCCESS:\n", run.out)
@@ -123,17 +125,19 @@ class DeviceTest(unittest.TestCase):
         self.assertEqual("a:b: done\nx: Unknown_Error\n", told)
 
     def test_a_result_that_nobody_can_read_is_taken_back(self):
-        device = self.device.widget("a").widget("local", usb=False)
+        device = self.device.widget("a").widget("atlas")
+        (device.place("atlas") / "config.xml").write_text("real")
         reader, broken_pipe = os.pipe()
         os.close(reader)
         for redirection, reason in ((">/dev/full", "No space left on device"), (">&-", "Bad file descriptor"),
                                     (f">&{broken_pipe}", "Broken pipe")):
             with self.subTest(redirection):
-                words = ["bash", "-c", f'"$@" {redirection}', "bash", *TOOL, "--make-available", "--path", STICK, "a", "local"]
+                words = ["bash", "-c", f'"$@" {redirection}', "bash", *TOOL, "--make-available", "--path", STICK, "a", "atlas"]
                 done = subprocess.run(words, pass_fds=[broken_pipe], stderr=subprocess.PIPE, text=True)
                 self.assertEqual((255, f"Cannot write the result line to standard output: {reason}\n"),
                                  (done.returncode, done.stderr))
-                self.assertEqual((Row(False, ""), {}), device.state()["a"])
+                self.assertEqual({"a": (Row(False, ""), {}), "atlas": (Row(False, None), {"config.xml": None})},
+                                 device.state())
 
     def test_attachment_says_what_is_wrong_with_the_database(self):
         def sql(statement):

@@ -51,6 +51,22 @@ protected:
         }
     }
 
+    /** A directory that a link leads to although its own name is longer than a path may be. */
+    void imageDirectoryTooFarToName(const std::string& pkgId)
+    {
+        fs::path half = "x";
+        while (half.size() < 3000) {
+            half /= std::string(200, 'x');
+        }
+        fs::create_directories("/opt/far" / half);
+        fs::remove("/opt/near");
+        fs::create_symlink("/opt/far" / half, "/opt/near");
+        fs::current_path("/opt/near");
+        fs::create_directories(half);
+        fs::create_symlink("/opt/near" / half, APPS / (pkgId + "_img"));
+        fs::current_path("/");
+    }
+
     void run(std::vector<std::string> words)
     {
         words.insert(words.begin(), "zelmar-frontend");
@@ -83,8 +99,11 @@ TEST_F(Story, FrontEnd)
         run({"--help"});
     }
     recording.answers.clear();
-    run({"--make-unavailable", "--make-available", "a"});
+    run({});
+    run({"--path", "/nowhere", "a"});
+    run({"--make-all-unavailable", "--make-unavailable", "--make-available", "a"});
     run({"--make-unavailable", "--help"});
+    run({"--make-all-unavailable", "--help"});
     is("front_end");
 }
 
@@ -99,13 +118,19 @@ TEST_F(Story, MakeAvailableUndoesEachFailedWidgetAndGoesOn)
     fs::create_symlink("/gone", APPS / "ok_img/ok.img");
     std::ofstream(((APPS / "real_img") / "widget.info").c_str());
     widget("path", ALL_METADATA);
+    widget("refused", {});
+    imageDirectoryTooFarToName("far");
     std::ofstream((APPS / "file_img").c_str());
     recording.answers = {{"getTizenAppId unknown", ""},
                          {"getHandle t.local", "-1"},
+                         {"getHandle t.lost", "WidgetNotExist"},
+                         {"getHandle t.sick", "DatabaseError"},
                          {"label label /opt/usr/apps/label_img/label.img 0 _", "7"},
                          {"setPath t.path '/opt/storage/usb/sda1/path_img'", "DatabaseError"},
+                         {"setAvailable t.refused 1", "DatabaseError"},
                          {"setAvailable t.state 1", "WidgetNotExist"}};
-    makeAvailable({"ok", "unknown", "local", "gone", "file", "real", "label", "path", "state"});
+    makeAvailable(
+        {"ok", "unknown", "local", "lost", "sick", "gone", "far", "file", "real", "label", "path", "refused", "state"});
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(APPS / "real_img/widget.info")));
     is("make_available");
 }
@@ -128,16 +153,20 @@ TEST_F(Story, AnExceptionRollsBackTheWidgetsWithAVerdictUntilAnUndoFails)
 
 TEST_F(Story, MakeUnavailableKeepsGoing)
 {
-    widget("ok", {});
-    widget("state", {});
+    for (const char* pkgId : {"ok", "lost", "state"}) {
+        widget(pkgId, {});
+    }
+    std::ofstream((APPS / "file_img").c_str());
+    imageDirectoryTooFarToName("far");
     fs::create_symlink("/gone", APPS / "ok_img/ok.img");
     fs::create_symlink("/gone", APPS / "ok_img/config.xml");
     fs::create_symlink("/other", APPS / "ok_img/other");
     std::ofstream(((APPS / "ok_img") / "widget.info").c_str());
     recording.answers = {{"isWidgetInstalled t.absent", "WidgetNotExist"},
                          {"setPath t.ok ''", "WidgetNotExist"},
+                         {"setAvailable t.lost 0", "WidgetNotExist"},
                          {"setAvailable t.state 0", "DatabaseError"}};
-    run({"--make-unavailable", "absent", "gone", "ok", "state", "ok"});
+    run({"--make-unavailable", "absent", "gone", "file", "far", "ok", "lost", "state", "ok"});
     recording.answers = {{"isWidgetInstalled t.state", "DatabaseError"}};
     run({"--make-unavailable", "state"});
     is("make_unavailable");

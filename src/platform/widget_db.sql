@@ -7,7 +7,7 @@ PRAGMA journal_mode = WAL;
 BEGIN;
 
 CREATE TABLE widget (
-    handle INTEGER PRIMARY KEY,
+    handle INTEGER PRIMARY KEY CHECK (handle BETWEEN 0 AND 2147483647),
     tizen_app_id TEXT NOT NULL UNIQUE,
     kx_app_id TEXT UNIQUE,                    -- NULL: has none
     installed_on_usb INTEGER NOT NULL DEFAULT 0 CHECK (installed_on_usb IN (0, 1)),

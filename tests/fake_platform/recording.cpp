@@ -4,7 +4,6 @@
 #include <platform/privilege_control.h>
 #include <platform/zelmar_dao.h>
 #include <cstdarg>
-#include <cstring>
 #include <stdexcept>
 
 using DPL::FromUTF8String;
@@ -38,15 +37,21 @@ std::string byHandle(const char* call, int handle, const std::string& usual)
 
 int __dlog_print(int priority, const char* tag, const char* format, ...)
 {
+    // The messages that do not print their arguments, told in a form that does.
+    static const std::map<std::string, const char*> MISMATCHED = {
+        {"Cannot find widget install path: %s, %error", "Cannot find widget install path: %%s, %%error [%s] [%s]"},
+        {"Install path is not vaild", "Install path is not vaild [%s]"},
+        {"Cannot change widget state, pkgid: ", "Cannot change widget state, pkgid: [%s]"}};
+    const std::string prefix = "%s: %s(%d) > ";
+    const auto mismatched = MISMATCHED.find(format + prefix.size());
+    const std::string text = mismatched == MISMATCHED.end() ? format : prefix + mismatched->second;
     char line[1000];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(line, sizeof line, format, arguments);
+    vsnprintf(line, sizeof line, text.c_str(), arguments);
     va_end(arguments);
     const bool usual = priority == 3 && tag == std::string("ZELMAR_INSTALLER");
-    recording.story += usual ? "" : std::to_string(priority) + " " + tag + " ";
-    // The one line with a conversion that its argument does not fit is told as it was given.
-    recording.story += std::string(std::strstr(format, "%error") ? format : line) + "\n";
+    recording.story += (usual ? "" : std::to_string(priority) + " " + tag + " ") + line + "\n";
     return 0;
 }
 

@@ -104,7 +104,7 @@ void MakeWidgetsAvailableAction::runAction()
             continue;
         }
 
-        fs::path installDir = imageDirectory(pkgId);
+        const fs::path installDir = imageDirectory(pkgId);
         boost::system::error_code error;
         if (!fs::is_directory(fs::status(installDir, error))) {
             LOG_DEBUG("Cannot find installation dir: %s", installDir.c_str());
@@ -114,7 +114,8 @@ void MakeWidgetsAvailableAction::runAction()
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
-        if (!canonicalizePath(installDir, "/opt/usr/apps")) {
+        fs::path canonicalDir = installDir;
+        if (!canonicalizePath(canonicalDir, "/opt/usr/apps")) {
             LOG_DEBUG("Local destination path is not valid");
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;

@@ -44,7 +44,7 @@ void MakeWidgetsUnavailableAction::runAction()
             continue;
         }
 
-        fs::path installDir = imageDirectory(pkgId);
+        const fs::path installDir = imageDirectory(pkgId);
         boost::system::error_code error;
         if (!fs::exists(installDir, error) || !fs::is_directory(installDir, error)) {
             // "%e" and "rror", not a misspelt "%s": log parsers in the field match the line by the number it prints.
@@ -54,7 +54,8 @@ void MakeWidgetsUnavailableAction::runAction()
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
-        if (!canonicalizePath(installDir, "/opt/usr/apps")) {
+        fs::path canonicalDir = installDir;
+        if (!canonicalizePath(canonicalDir, "/opt/usr/apps")) {
             // Log parsers match the misspelt line as a whole; the path travels with it and is not printed.
             LOG_DEBUG_MISMATCHED("Install path is not vaild", installDir.c_str());
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
