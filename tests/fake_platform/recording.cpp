@@ -3,7 +3,9 @@
 #include <platform/dlog.h>
 #include <platform/privilege_control.h>
 #include <platform/zelmar_dao.h>
+#include <boost/algorithm/string.hpp>
 #include <cstdarg>
+#include <cstdio>
 #include <stdexcept>
 
 using DPL::FromUTF8String;
@@ -19,13 +21,13 @@ std::string answer(const std::string& call, const std::string& usual = "")
 {
     recording.story += call + "\n";
     const auto laidDown = recording.answers.find(call);
-    const std::string answer = laidDown == recording.answers.end() ? usual : laidDown->second;
-    if (answer == "WidgetNotExist") throw KxWidgetDAOReadOnly::Exception::WidgetNotExist("no such widget");
-    if (answer == "DatabaseError") throw KxWidgetDAOReadOnly::Exception::DatabaseError("disk I/O error");
-    if (answer == "SqlException") throw DPL::DB::SqlConnection::Exception::Base("no such file");
-    if (answer == "std::exception") throw std::runtime_error("out of luck");
-    if (answer == "unknown") throw 42;
-    return answer;
+    const std::string given = laidDown == recording.answers.end() ? usual : laidDown->second;
+    if (given == "WidgetNotExist") throw KxWidgetDAOReadOnly::Exception::WidgetNotExist("no such widget");
+    if (given == "DatabaseError") throw KxWidgetDAOReadOnly::Exception::DatabaseError("disk I/O error");
+    if (given == "SqlException") throw DPL::DB::SqlConnection::Exception::Base("no such file");
+    if (given == "std::exception") throw std::runtime_error("out of luck");
+    if (given == "unknown") throw 42;
+    return given;
 }
 
 std::string byHandle(const char* call, int handle, const std::string& usual)
@@ -37,14 +39,12 @@ std::string byHandle(const char* call, int handle, const std::string& usual)
 
 int __dlog_print(int priority, const char* tag, const char* format, ...)
 {
-    // The messages that do not print their arguments, told in a form that does.
-    static const std::map<std::string, const char*> MISMATCHED = {
-        {"Cannot find widget install path: %s, %error", "Cannot find widget install path: %%s, %%error [%s] [%s]"},
-        {"Install path is not vaild", "Install path is not vaild [%s]"},
-        {"Cannot change widget state, pkgid: ", "Cannot change widget state, pkgid: [%s]"}};
-    const std::string prefix = "%s: %s(%d) > ";
-    const auto mismatched = MISMATCHED.find(format + prefix.size());
-    const std::string text = mismatched == MISMATCHED.end() ? format : prefix + mismatched->second;
+    // The messages that do not print their last argument are told with it.
+    std::string text = format;
+    for (const char* end : {"%error", "vaild", "pkgid: "}) {
+        text += boost::ends_with(format, end) ? "[%s]" : "";
+    }
+    boost::replace_all(text, "%error", "%%error");
     char line[1000];
     va_list arguments;
     va_start(arguments, format);
@@ -89,7 +89,7 @@ std::wstring KxWidgetDAOReadOnly::getTizenAppId() const
 
 boost::optional<std::wstring> KxWidgetDAOReadOnly::getKxAppId() const
 {
-    const std::string id = byHandle("getKxAppId", m_handle, recording.available[static_cast<size_t>(m_handle)]);
+    const std::string id = byHandle("getKxAppId", m_handle, "");
     return id.empty() ? boost::none : boost::make_optional(FromUTF8String(id));
 }
 
@@ -116,9 +116,9 @@ int KxWidgetDAOReadOnly::getHandleFromTizenAppId(const std::wstring& tizenAppId)
 
 std::list<std::shared_ptr<KxWidgetDAOReadOnly>> KxWidgetDAOReadOnly::getAvailableWidgets()
 {
-    answer("getAvailableWidgets");
     std::list<std::shared_ptr<KxWidgetDAOReadOnly>> widgets;
-    for (int handle = 0; handle < static_cast<int>(recording.available.size()); ++handle) {
+    const int count = std::stoi(answer("getAvailableWidgets", "0"));
+    for (int handle = 0; handle < count; ++handle) {
         widgets.push_back(std::make_shared<KxWidgetDAOReadOnly>(handle));
     }
     return widgets;
@@ -132,12 +132,6 @@ void KxWidgetDAO::setAvailable(const std::wstring& tizenAppId, bool available)
 void KxWidgetDAO::setExternalStoragePath(const std::wstring& tizenAppId, const boost::optional<std::wstring>& path)
 {
     answer("setPath " + ToUTF8String(tizenAppId) + " " + (path ? "'" + ToUTF8String(*path) + "'" : "none"));
-}
-
-KxPathBuilder& KxPathBuilder::Append(const std::string& component)
-{
-    m_path += (m_path.empty() ? "" : "/") + component;
-    return *this;
 }
 
 }  // namespace ZelmarDB

@@ -1,11 +1,15 @@
 #include <SQLiteCpp/SQLiteCpp.h>
-#include <platform/zelmar_dao.h>
-#include <sqlite3.h>
-#include <unistd.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <optional>
+#include <platform/zelmar_dao.h>
+#include <sqlite3.h>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+#include <utility>
 
 namespace ZelmarDB {
 
@@ -16,8 +20,8 @@ constexpr int APPLICATION_ID = 0x5a4b5857;  // as widget_db.sql sets it
 constexpr int SCHEMA_VERSION = 1;
 constexpr int BUSY_TIMEOUT_MS = 5000;
 
-// What the write-ahead log may hold before it is copied into the database, with room below 8 MiB for the change that
-// reaches it. Each page in the log has a header.
+// The write-ahead log takes at most 8 MiB of the device: when it holds this much, it is copied into the database. Each
+// page in it has a header.
 constexpr int LOG_LIMIT_BYTES = 7 << 20;
 constexpr int LOG_PAGE_HEADER_BYTES = 24;
 
@@ -61,13 +65,13 @@ public:
     int syncLog();
 
 private:
-    int pragma(const char* sql) { return m_database.execAndGet(sql).getInt(); }
+    int readInt(const char* sql) { return m_database.execAndGet(sql).getInt(); }
 
     SQLite::Database m_database;
     std::array<std::optional<SQLite::Statement>, QUERY_COUNT> m_statements;
 };
 
-/** SQLite's own text for a file that cannot be opened leaves out why. */
+/** The database's path. Throws the system's reason if it cannot be read and written; SQLite's own text omits it. */
 const char* accessibleDatabaseFile()
 {
     if (access(DATABASE_FILE, R_OK | W_OK) != 0) {
@@ -78,10 +82,10 @@ const char* accessibleDatabaseFile()
 
 Connection::Connection() : m_database(accessibleDatabaseFile(), SQLite::OPEN_READWRITE, BUSY_TIMEOUT_MS)
 {
-    if (pragma("PRAGMA application_id") != APPLICATION_ID) {
+    if (readInt("PRAGMA application_id") != APPLICATION_ID) {
         throw SQLite::Exception("not a widget database");
     }
-    const int version = pragma("PRAGMA user_version");
+    const int version = readInt("PRAGMA user_version");
     if (version != SCHEMA_VERSION) {
         throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
                                 std::to_string(SCHEMA_VERSION));
@@ -91,7 +95,7 @@ Connection::Connection() : m_database(accessibleDatabaseFile(), SQLite::OPEN_REA
     }
     // A commit only writes to the log; SQLite syncs when it copies the log into the database, and syncLog does.
     m_database.exec("PRAGMA synchronous = NORMAL");
-    const int logPages = LOG_LIMIT_BYTES / (pragma("PRAGMA page_size") + LOG_PAGE_HEADER_BYTES);
+    const int logPages = LOG_LIMIT_BYTES / (readInt("PRAGMA page_size") + LOG_PAGE_HEADER_BYTES);
     m_database.exec("PRAGMA wal_autocheckpoint = " + std::to_string(logPages));
 }
 
@@ -116,13 +120,13 @@ int Connection::syncLog()
 
 thread_local std::unique_ptr<Connection> t_connection;
 
-/** Ends one use of a statement, and with it the locks that it took. */
-class Use {
+/** Resets the statement at the end of the scope, and with that gives back the locks it took. */
+class ResetAtEnd {
 public:
-    explicit Use(SQLite::Statement& statement) : m_statement(statement) {}
-    Use(const Use&) = delete;
-    Use& operator=(const Use&) = delete;
-    ~Use() { m_statement.tryReset(); }
+    explicit ResetAtEnd(SQLite::Statement& statement) : m_statement(statement) {}
+    ResetAtEnd(const ResetAtEnd&) = delete;
+    ResetAtEnd& operator=(const ResetAtEnd&) = delete;
+    ~ResetAtEnd() { m_statement.tryReset(); }
 
 private:
     SQLite::Statement& m_statement;
@@ -137,26 +141,31 @@ auto ask(Query query, Function use)
             throw SQLite::Exception("the thread is not attached to the database");
         }
         SQLite::Statement& statement = t_connection->statement(query);
-        const Use untilReturn(statement);
+        const ResetAtEnd reset(statement);
         return use(statement);
-    } catch (const std::runtime_error& e) {  // SQLite's, or that of a text in the database that is no UTF-8
+    } catch (const std::runtime_error& e) {  // SQLite's, or that of a text that is not UTF-8
         throw KxWidgetDAOReadOnly::Exception::DatabaseError(std::string(QUERIES[query].purpose) + ": " + e.what());
     }
 }
 
-/** What `read` makes of the one column that the query has of the widget. */
+/** Says that no row has the key that the query asked for. */
+KxWidgetDAOReadOnly::Exception::WidgetNotExist noWidget(Query query, const std::string& key)
+{
+    return KxWidgetDAOReadOnly::Exception::WidgetNotExist(std::string(QUERIES[query].purpose) + ": no widget has the " +
+                                                          key);
+}
+
+/** Returns what `read` makes of the one column that the query asks of the widget. */
 template <typename Function>
 auto askWidget(Query query, int handle, Function read)
 {
-    const auto answer = ask(query, [&](SQLite::Statement& statement) {
+    return ask(query, [&](SQLite::Statement& statement) {
         statement.bind(1, handle);
-        return statement.executeStep() ? boost::make_optional(read(statement.getColumn(0))) : boost::none;
+        if (!statement.executeStep()) {
+            throw noWidget(query, "handle " + std::to_string(handle));
+        }
+        return read(statement.getColumn(0));
     });
-    if (!answer) {
-        throw KxWidgetDAOReadOnly::Exception::WidgetNotExist(std::string(QUERIES[query].purpose) +
-                                                             ": no widget has the handle " + std::to_string(handle));
-    }
-    return *answer;
 }
 
 /** Runs an update of the widget whose new value `bindValue` binds to ?2. */
@@ -164,15 +173,13 @@ template <typename Function>
 void update(Query query, const std::wstring& tizenAppId, Function bindValue)
 {
     const std::string key = DPL::ToUTF8String(tizenAppId);
-    const int rows = ask(query, [&](SQLite::Statement& statement) {
+    ask(query, [&](SQLite::Statement& statement) {
         statement.bind(1, key);
         bindValue(statement);
-        return statement.exec();
+        if (statement.exec() == 0) {
+            throw noWidget(query, "TizenAppId " + key);
+        }
     });
-    if (rows == 0) {
-        throw KxWidgetDAOReadOnly::Exception::WidgetNotExist(std::string(QUERIES[query].purpose) +
-                                                             ": no widget has the TizenAppId " + key);
-    }
 }
 
 std::wstring wideText(const SQLite::Column& column)
@@ -267,15 +274,6 @@ void KxWidgetDAO::setExternalStoragePath(const std::wstring& tizenAppId, const b
             statement.bind(2);
         }
     });
-}
-
-KxPathBuilder& KxPathBuilder::Append(const std::string& component)
-{
-    if (!m_path.empty() && m_path.back() != '/') {
-        m_path += '/';
-    }
-    m_path += component;
-    return *this;
 }
 
 }  // namespace ZelmarDB

@@ -43,12 +43,12 @@ public:
     virtual ~ActionSupport() = default;
 
     /** Appends the call function(arguments...) to those of `key`; the arguments are kept by value. */
-    template <typename Key, typename Function, typename... Arguments>
-    void addCleanFunction(Key&& key, Function function, Arguments... arguments)
+    template <typename Function, typename... Arguments>
+    void addCleanFunction(std::string key, Function function, Arguments... arguments)
     {
         auto call = std::bind<void>(function, std::move(arguments)...);
         auto handler = std::make_shared<CleanFunctionsHandlerImpl<decltype(call)>>(std::move(call));
-        m_cleanFunctions[std::forward<Key>(key)].m_handlers.push_back(std::move(handler));
+        m_cleanFunctions[std::move(key)].m_handlers.push_back(std::move(handler));
     }
 
     /**

@@ -32,7 +32,7 @@ public:
     /** Undoes what was begun for the widgets that failed. */
     virtual void cleanAction() = 0;
 
-    /** Undoes the run. Must not throw: nobody is left to catch it. */
+    /** Undoes the run, where there is anything to undo. Must not throw: nobody is left to catch it. */
     virtual void rollbackAction() = 0;
 };
 

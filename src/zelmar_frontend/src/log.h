@@ -19,7 +19,7 @@ enum LogPriority { LOG_PRIORITY_DEBUG = 3, LOG_PRIORITY_ERROR = 6 };
 
 #define LOG_DEBUG(...) ZELMAR_LOG(LOG_PRIORITY_DEBUG, __LINE__, __VA_ARGS__)
 
-// Field tools match these lines by their number, so it is given and stays when the file is edited.
+// Log parsers match these lines by their number, so it is given and stays when the file is edited.
 #define LOG_DEBUG_AT(number, ...) ZELMAR_LOG(LOG_PRIORITY_DEBUG, number, __VA_ARGS__)
 #define LOG_ERROR_AT(number, ...) ZELMAR_LOG(LOG_PRIORITY_ERROR, number, __VA_ARGS__)
 

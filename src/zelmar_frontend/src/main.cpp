@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "db_connection_wrapper.h"
 #include "i_kx_wrt_frontend_action.h"

@@ -2,7 +2,6 @@
 
 #include <platform/dpl.h>
 #include <platform/zelmar_dao.h>
-#include <boost/optional.hpp>
 #include <vector>
 
 #include "log.h"
@@ -24,8 +23,7 @@ void MakeAllWidgetsUnavailableAction::runAction()
     for (const auto& dao : KxWidgetDAOReadOnly::getAvailableWidgets()) {
         try {
             LOG_DEBUG("Dao handle: %s", DPL::ToUTF8String(dao->getTizenAppId()).c_str());
-            const boost::optional<std::wstring> kxAppId = dao->getKxAppId();
-            if (kxAppId) {
+            if (const auto kxAppId = dao->getKxAppId()) {
                 pkgIds.push_back(DPL::ToUTF8String(*kxAppId));
             }
         } catch (const KxWidgetDAOReadOnly::Exception::WidgetNotExist& e) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <boost/system/error_code.hpp>
+#include <exception>
 #include <iterator>
 #include <stdexcept>
 #include <utility>
@@ -23,27 +24,34 @@ namespace {
 // Of a link: its target on the external storage, its place on the device.
 using LinksList = std::vector<std::pair<fs::path, fs::path>>;
 
+/** Where the external storage holds the widget's content. */
+fs::path contentDirectory(const std::string& externalPath, const std::string& pkgId)
+{
+    return fs::path(externalPath) / (pkgId + "_img");
+}
+
 /** The links that the widget's content on the external storage asks for; what is missing there is left out. */
 LinksList createLinksList(const std::string& pkgId, const std::string& externalPath)
 {
-    const fs::path targetDir = fs::path(externalPath) / (pkgId + "_img");
-    const fs::path imageTarget = targetDir / (pkgId + ".img");
-    const fs::path linkDir = imageDirectory(pkgId);
+    const fs::path contentDir = contentDirectory(externalPath, pkgId);
+    const fs::path imageTarget = contentDir / (pkgId + ".img");
+    const fs::path imageDir = imageDirectory(pkgId);
     const fs::path imageLink = imageFileLink(pkgId);
 
     LinksList links;
     boost::system::error_code error;
     if (!fs::is_regular_file(fs::status(imageTarget, error))) {
-        // The reason stands where the path would; log readers tell a missing image from a bad one by it.
+        // The reason stands where the path would; log parsers tell a missing image from a bad one by it.
         LOG_DEBUG("File does not exist or is not regular file: %s", error.message().c_str());
         return links;
     }
     links.emplace_back(imageTarget, imageLink);
 
+    // A function object, not a plain loop: log parsers know its line by the function name "operator()".
     std::for_each(std::begin(LINKED_METADATA_FILES), std::end(LINKED_METADATA_FILES), [&](const std::string& name) {
-        const fs::path target = targetDir / name;
+        const fs::path target = contentDir / name;
         if (fs::is_regular_file(fs::status(target, error))) {
-            links.emplace_back(target, linkDir / name);
+            links.emplace_back(target, imageDir / name);
         } else {
             LOG_DEBUG("Cannot find external path: %s, Skipping.", target.c_str());
         }
@@ -70,8 +78,8 @@ void MakeWidgetsAvailableAction::setRequiredParameters(const boost::program_opti
         LOG_DEBUG("External path does not exist or is not a directory: %s", m_externalPath.c_str());
         throw std::runtime_error("External path does not exist or is not a directory");
     }
-    // A relative path is checked from the working directory but resolved from the mount root: the callers that name
-    // a mount in short do so from there.
+    // Checked from the working directory, resolved from the mount root: callers that pass a relative path run in that
+    // root, where both agree.
     m_externalPath = fs::canonical(m_externalPath, EXTERNAL_STORAGE_ROOT).string();
     LOG_DEBUG("External path: %s", m_externalPath.c_str());
 
@@ -87,8 +95,8 @@ void MakeWidgetsAvailableAction::runAction()
 {
     LOG_DEBUG("Running action: %s", m_actionName.c_str());
 
-    // Links first, the state last: at no instant is a widget available without its links. Each undo is registered
-    // only once there is something to undo, and runs in cleanAction.
+    // Links first, the state last: a widget is marked available only once its links stand. Each undo is registered as
+    // soon as there is something to undo, and runs in cleanAction.
     for (ProcessedWidget& widget : m_widgets) {
         const std::string pkgId = widget.getPkgId();
         LOG_DEBUG("===== Processing widget: %s ======", pkgId.c_str());
@@ -104,18 +112,19 @@ void MakeWidgetsAvailableAction::runAction()
             continue;
         }
 
-        const fs::path installDir = imageDirectory(pkgId);
+        const fs::path imageDir = imageDirectory(pkgId);
         boost::system::error_code error;
-        if (!fs::is_directory(fs::status(installDir, error))) {
-            LOG_DEBUG("Cannot find installation dir: %s", installDir.c_str());
+        if (!fs::is_directory(fs::status(imageDir, error))) {
+            LOG_DEBUG("Cannot find installation dir: %s", imageDir.c_str());
             if (error) {
                 LOG_DEBUG("error message :%s", error.message().c_str());
             }
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
-        fs::path canonicalDir = installDir;
-        if (!canonicalizePath(canonicalDir, "/opt/usr/apps")) {
+        // Only a check; the links go through the path as it stands.
+        fs::path canonicalDir = imageDir;
+        if (!canonicalizePath(canonicalDir, INSTALLATION_ROOT)) {
             LOG_DEBUG("Local destination path is not valid");
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
@@ -129,8 +138,7 @@ void MakeWidgetsAvailableAction::runAction()
             continue;
         }
 
-        const fs::path storagePath = fs::path(m_externalPath) / (pkgId + "_img");
-        if (!widget.setExternalStoragePath(storagePath.string())) {
+        if (!widget.setExternalStoragePath(contentDirectory(m_externalPath, pkgId).string())) {
             LOG_DEBUG("Cannot set external storage path. Cleaning...");
             failWidget(widget, ERROR_UNKNOWN);
             continue;

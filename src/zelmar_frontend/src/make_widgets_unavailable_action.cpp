@@ -44,20 +44,21 @@ void MakeWidgetsUnavailableAction::runAction()
             continue;
         }
 
-        const fs::path installDir = imageDirectory(pkgId);
+        const fs::path imageDir = imageDirectory(pkgId);
         boost::system::error_code error;
-        if (!fs::exists(installDir, error) || !fs::is_directory(installDir, error)) {
-            // "%e" and "rror", not a misspelt "%s": log parsers in the field match the line by the number it prints.
-            // Whatever stands there is the call's own affair; no conversion follows that it could put off.
-            LOG_DEBUG_MISMATCHED("Cannot find widget install path: %s, %error", installDir.c_str(),
+        if (!fs::exists(imageDir, error) || !fs::is_directory(imageDir, error)) {
+            // "%e", then "rror", kept: log parsers expect a number and "rror" here. The number means nothing, since
+            // "%e" takes no text; it is the last conversion, so nothing after it is misread.
+            LOG_DEBUG_MISMATCHED("Cannot find widget install path: %s, %error", imageDir.c_str(),
                                  error.message().c_str());
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
-        fs::path canonicalDir = installDir;
-        if (!canonicalizePath(canonicalDir, "/opt/usr/apps")) {
+        // Only a check: the result is dropped, and a failure would empty the path that the log still needs.
+        fs::path canonicalDir = imageDir;
+        if (!canonicalizePath(canonicalDir, INSTALLATION_ROOT)) {
             // Log parsers match the misspelt line as a whole; the path travels with it and is not printed.
-            LOG_DEBUG_MISMATCHED("Install path is not vaild", installDir.c_str());
+            LOG_DEBUG_MISMATCHED("Install path is not vaild", imageDir.c_str());
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }

@@ -14,6 +14,7 @@ namespace ZelmarFrontend {
 
 namespace {
 
+/** The identifier as the database's strings carry it: unchanged, or an exception if it is not UTF-8. */
 std::string throughDatabaseStrings(const std::string& pkgId)
 {
     return DPL::ToUTF8String(DPL::FromUTF8String(pkgId));
@@ -24,7 +25,7 @@ std::string throughDatabaseStrings(const std::string& pkgId)
 std::string imageDirectory(const std::string& pkgId)
 {
     return ZelmarDB::KxPathBuilder()
-        .Append("/opt/usr/apps")
+        .Append(INSTALLATION_ROOT)
         .Append(throughDatabaseStrings(pkgId) + "_img")
         .GetFullPath();
 }
@@ -65,9 +66,7 @@ void removeSymlinks(const std::string& pkgId)
     const fs::path imageDir = imageDirectory(pkgId);
     removeSymlink(imageFileLink(pkgId));
     for (const std::string& name : LINKED_METADATA_FILES) {
-        fs::path link = imageDir;
-        link /= name;
-        removeSymlink(link);
+        removeSymlink(imageDir / name);
     }
 }
 

@@ -12,6 +12,7 @@ const std::string ERROR_SYMLINKS_CREATE("Synlinks_Create_Error");
 const std::string ERROR_UNKNOWN("Unknown_Error");
 const std::string ERROR_WIDGET_IS_NOT_INSTALLED("Widget_Is_Not_Installed");
 
+const std::string INSTALLATION_ROOT("/opt/usr/apps");
 const std::string EXTERNAL_STORAGE_ROOT("/opt/storage/usb");
 
 /** Linked beside a widget's image file, in this order; the links are made and removed by this table alone. */
