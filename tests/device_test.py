@@ -8,6 +8,7 @@ import sqlite3
 import subprocess
 import sys
 import unittest
+from contextlib import closing
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).parent.parent / "tools"))
@@ -152,6 +153,30 @@ class DeviceTest(unittest.TestCase):
             self.assertEqual([f"<7> db_connection_wrapper: attachToThread(40) > SqlException caught: Open {DATABASE}: {reason}",
                               "<3> main: main(41) > Cannot attach DBConnection to current thread"], run.log)
         self.assertFalse(DATABASE.exists())
+
+    def test_changes_are_seen_at_once_and_synced_once(self):
+        names = [f"w{number}" for number in range(100)]
+        for name in names:
+            self.device.widget(name, files=["image"])
+        seen = []
+
+        def watch(line):
+            if b"=== Processing widget" in line:
+                seen.append(self.device.sql("SELECT count(*) FROM widget WHERE available")[0][0])
+        self.device.log.watch = watch
+        self.device.available(*names)
+        self.device.log.watch = None
+        self.assertEqual(100, len(seen))
+        self.assertTrue(all(available >= before for before, available in enumerate(seen)), seen)
+
+        trace = ["strace", "-qq", "-y", "-e", "trace=fsync,fdatasync", "-o", "/opt/trace"]
+        for some in (names[:1], names):
+            with closing(sqlite3.connect(DATABASE)) as other:
+                other.execute("SELECT * FROM widget").fetchall()
+                subprocess.run([*trace, *TOOL, "--make-unavailable", *some], check=True, capture_output=True)
+                syncs = Path("/opt/trace").read_text().splitlines()
+            self.assertLessEqual(len(syncs), 6)
+            self.assertIn("widgets.db-wal>", syncs[-1])
 
     def test_memory_grows_by_less_than_800_bytes_per_widget(self):
         def peak_after(widgets):

@@ -35,11 +35,14 @@ class SystemLog:
         Path("/dev/log").unlink(missing_ok=True)
         self.socket.bind("/dev/log")
         self.lines = []
+        self.watch = None  # called with each line as it comes, if set
         threading.Thread(target=self.read, daemon=True).start()
 
     def read(self):
         while True:
             line = self.socket.recv(1 << 20)
+            if self.watch:
+                self.watch(line)
             self.lines.append(line.decode("utf-8", "backslashreplace"))
 
     def take(self):
