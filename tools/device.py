@@ -87,6 +87,8 @@ class Device:
         folder.mkdir(parents=True)
         for file in files:
             (folder / (f"{name}.img" if file == "image" else file)).write_text(file)
+        if "image" in files:
+            os.truncate(folder / f"{name}.img", 5 << 30)  # images outgrow 32 bits
 
     def place(self, name):
         return APPS / f"{name}_img"
