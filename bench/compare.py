@@ -1,0 +1,210 @@
+"""Times the tool and its rivals by turns on the /opt that it finds, and adds the rows to a CSV file."""
+
+import argparse
+import csv
+import os
+import resource
+import shutil
+import sqlite3
+import statistics
+import subprocess
+import sys
+from contextlib import closing
+from pathlib import Path
+
+from device import APPS, DATABASE, LABEL, METADATA, SCHEMA, STICK
+
+HERE = Path(__file__).parent
+INPUTS = DATABASE.parent / "peer"
+TEMPLATE = DATABASE.with_suffix(".new")
+LOG = Path(f"{DATABASE}-wal")
+TRACE = Path("/opt/trace")
+
+START_UP_RUNS = 50
+# Beyond these numbers of widgets, what one widget takes does not change any more, and there are tens of thousands of
+# system calls a second to wait for.
+LOOP_UP_TO = 100
+PEER_UP_TO = 10000
+RIVALS_TRACED_UP_TO = 10
+COLUMNS = ("file_system", "action", "widgets", "contestant", "runs", "min_ms", "median_ms", "us_per_widget", "to_floor",
+           "syscalls_per_widget", "syncs", "peak_kib", "log_file_kib", "log_lines")
+
+
+def names(count):
+    return [f"widget{number:06}" for number in range(count)]
+
+
+def files(name):
+    return (f"{name}.img",) + METADATA
+
+
+def install(count):
+    """So many widgets on a stick, none of them available yet."""
+    for entry in Path("/opt").iterdir():
+        if entry.is_dir() and not os.path.ismount(entry):
+            shutil.rmtree(entry)
+    for folder in (APPS, STICK, INPUTS):
+        folder.mkdir(parents=True)
+    for name in names(count):
+        os.mkdir(f"{APPS}/{name}_img")
+        os.mkdir(f"{STICK}/{name}_img")
+        for file in files(name):
+            os.close(os.open(f"{STICK}/{name}_img/{file}", os.O_CREAT | os.O_WRONLY))
+    with closing(sqlite3.connect(TEMPLATE)) as database:
+        database.executescript(SCHEMA.read_text())
+        database.executemany("INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb) VALUES (?, ?, 1)",
+                             [(f"tizen.{name}", name) for name in names(count)])
+        database.commit()
+    write_inputs(count)
+
+
+def write_inputs(count):
+    """What the peer's programs read; its rows are never synced."""
+    made, gone, rows = [], [], []
+    for name in names(count):
+        for file in files(name):
+            link = f"{APPS}/{name}_img/{file}"
+            made.append(f"L+ {link} - - - - {STICK}/{name}_img/{file}\nt {link} - - - - {LABEL}=_\n")
+            gone.append(f"r {link}\n")
+        rows.append(f"UPDATE widget SET external_storage_path = '{STICK}/{name}_img', available = 1"
+                    f" WHERE kx_app_id = '{name}';\n")
+    begin, commit = "PRAGMA synchronous = OFF; BEGIN;\n", "COMMIT;\n"
+    (INPUTS / "available.conf").write_text("".join(made))
+    (INPUTS / "available.sql").write_text(begin + "".join(rows) + commit)
+    (INPUTS / "gone.conf").write_text("".join(gone))
+    (INPUTS / "gone.sql").write_text(
+        begin + "UPDATE widget SET external_storage_path = '', available = 0 WHERE available;\n" + commit)
+
+
+def check(count, available):
+    """Stops unless every link, label and row is as the action leaves it."""
+    for name in names(count):
+        place, content = f"{APPS}/{name}_img", f"{STICK}/{name}_img"
+        links = {file: (os.readlink(f"{place}/{file}"), os.getxattr(f"{place}/{file}", LABEL, follow_symlinks=False))
+                 for file in os.listdir(place)}
+        if links != ({file: (f"{content}/{file}", b"_") for file in files(name)} if available else {}):
+            raise SystemExit(f"bench: wrong links in {place}: {links}")
+    with closing(sqlite3.connect(DATABASE)) as database:
+        rows = database.execute("SELECT kx_app_id, available, external_storage_path FROM widget ORDER BY handle")
+        if rows.fetchall() != [(name, available, f"{STICK}/{name}_img" if available else "") for name in names(count)]:
+            raise SystemExit("bench: wrong rows")
+
+
+class Measured:
+    """One contestant at one action."""
+
+    def __init__(self):
+        self.seconds, self.peak_kib, self.log_lines = [], 0, 0
+        self.calls = self.syncs = self.log_file_bytes = None  # not traced
+
+    def add(self, seconds, peak_kib, log_lines):
+        self.seconds.append(float(seconds))
+        self.peak_kib = max(self.peak_kib, int(peak_kib))
+        self.log_lines = int(log_lines)
+
+
+class Bench:
+    def __init__(self, build, table):
+        self.measure = build / "bench/measure"
+        self.tool, self.floor = [build / "zelmar-frontend"], [build / "bench/floor"]
+        self.file_system = subprocess.check_output(["findmnt", "-no", "FSTYPE", "-T", "/opt"], text=True).strip()
+        self.table = csv.DictWriter(table, COLUMNS)
+
+    def compare(self, count, runs):
+        """Makes `count` widgets available and unavailable, the contestants by turns."""
+        contestants = {"tool": self.tool, "floor": self.floor}
+        if count <= PEER_UP_TO:
+            contestants["peer"] = [HERE / "peer", INPUTS, DATABASE]
+        if count <= LOOP_UP_TO:
+            contestants["loop"] = [HERE / "loop", DATABASE]
+        actions = {"available": ["--make-available", "--path", STICK, "--", *names(count)],
+                   "all-unavailable": ["--make-all-unavailable"]}
+        install(count)
+        found = {(action, who): Measured() for action in actions for who in contestants}
+        for number in range(runs):
+            print(f"bench: {self.file_system}, {count} widgets, run {number + 1} of {runs}", file=sys.stderr)
+            for who, words in contestants.items():
+                shutil.copyfile(TEMPLATE, DATABASE)
+                for action in actions:
+                    if self.file_system != "tmpfs":
+                        os.sync()  # What was written before is not for this run to wait for.
+                    found[action, who].add(*self.call(*words, *actions[action]))
+                    check(count, available=action == "available")
+        for who, words in contestants.items():
+            if who in ("loop", "peer") and count > RIVALS_TRACED_UP_TO:
+                continue
+            shutil.copyfile(TEMPLATE, DATABASE)
+            for action in actions:
+                self.trace(found[action, who], *words, *actions[action])
+        for action in actions:
+            if found[action, "tool"].log_lines != found[action, "floor"].log_lines:
+                raise SystemExit("bench: floor.cpp must log as many lines as the tool does; bring it up to date")
+            self.write(action, count, {who: found[action, who] for who in contestants})
+
+    def start_up(self):
+        """A call without words: the database is opened and closed, the allowed options are printed."""
+        install(1)
+        shutil.copyfile(TEMPLATE, DATABASE)
+        contestants = {"tool": self.tool, "floor": self.floor, "true": ["/bin/true"]}
+        found = {who: Measured() for who in contestants}
+        for _ in range(START_UP_RUNS):
+            for who, words in contestants.items():
+                found[who].add(*self.call(*words))
+        for who, words in contestants.items():
+            self.trace(found[who], *words)
+        self.write("start-up", 0, found)
+
+    def call(self, *words):
+        """Runs the words under `measure` and returns its findings."""
+        done = subprocess.run([self.measure, *words], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        if done.returncode != 0:
+            raise SystemExit(f"bench: {words[0]} ended with {done.returncode}: {done.stderr}")
+        return done.stdout.splitlines()[-1].split()
+
+    def trace(self, measured, *words):
+        """Counts system calls. The database's log only ever grows, and an open file outlives its name."""
+        with open(LOG, "wb") as log:
+            self.call("strace", "-f", "-c", "-U", "calls,name", "-o", TRACE, *words)
+            measured.log_file_bytes = os.fstat(log.fileno()).st_size
+        LOG.unlink(missing_ok=True)
+        lines = [line.split() for line in TRACE.read_text().splitlines()]
+        calls = {line[-1]: int(line[0]) for line in lines if line and line[0].isdigit()}
+        measured.calls = calls["total"]
+        measured.syncs = calls.get("fsync", 0) + calls.get("fdatasync", 0)
+
+    def write(self, action, count, found):
+        floor = min(found["floor"].seconds)
+        for who, measured in found.items():
+            least = min(measured.seconds)
+            each = max(count, 1)
+            traced = measured.calls is not None
+            self.table.writerow(dict(zip(COLUMNS, (
+                self.file_system, action, count, who, len(measured.seconds),
+                f"{least * 1e3:.2f}", f"{statistics.median(measured.seconds) * 1e3:.2f}", f"{least * 1e6 / each:.1f}",
+                f"{least / floor:.2f}", f"{measured.calls / each:.1f}" if traced else "", measured.syncs,
+                measured.peak_kib, measured.log_file_bytes // 1024 if traced else "", measured.log_lines))))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", type=Path, required=True)
+    parser.add_argument("--results", required=True, help="the CSV file")
+    parser.add_argument("--runs", type=int, required=True)
+    parser.add_argument("--start-up", action="store_true")
+    parser.add_argument("widgets", type=int, nargs="+")
+    arguments = parser.parse_args()
+
+    # 100,000 identifiers are more than a command line holds by default.
+    resource.setrlimit(resource.RLIMIT_STACK, (64 << 20, resource.getrlimit(resource.RLIMIT_STACK)[1]))
+    with open(arguments.results, "a", newline="") as results:
+        bench = Bench(arguments.build, results)
+        if results.tell() == 0:
+            bench.table.writeheader()
+        if arguments.start_up:
+            bench.start_up()
+        for count in arguments.widgets:
+            bench.compare(count, arguments.runs)
+            results.flush()
+
+
+main()
