@@ -10,6 +10,7 @@ import statistics
 import subprocess
 import sys
 from contextlib import closing
+from operator import truediv
 from pathlib import Path
 
 from device import APPS, DATABASE, LABEL, METADATA, SCHEMA, STICK
@@ -21,11 +22,9 @@ LOG = Path(f"{DATABASE}-wal")
 TRACE = Path("/opt/trace")
 
 START_UP_RUNS = 50
-# Beyond these numbers of widgets, what one widget takes does not change any more, and there are tens of thousands of
-# system calls a second to wait for.
-LOOP_UP_TO = 100
-PEER_UP_TO = 10000
-RIVALS_TRACED_UP_TO = 10
+# Up to how many widgets: beyond, what one of them takes does not change any more.
+TIMED_UP_TO = {"tool": 100000, "floor": 100000, "peer": 10000, "loop": 100}
+TRACED_UP_TO = {"tool": 10000, "floor": 10000, "peer": 10, "loop": 10}
 COLUMNS = ("file_system", "action", "widgets", "contestant", "runs", "min_ms", "median_ms", "us_per_widget", "to_floor",
            "syscalls_per_widget", "syncs", "peak_kib", "log_file_kib", "log_lines")
 
@@ -106,17 +105,14 @@ class Measured:
 class Bench:
     def __init__(self, build, table):
         self.measure = build / "bench/measure"
-        self.tool, self.floor = [build / "zelmar-frontend"], [build / "bench/floor"]
+        self.contestants = {"tool": [build / "zelmar-frontend"], "floor": [build / "bench/floor"],
+                            "peer": [HERE / "peer", INPUTS, DATABASE], "loop": [HERE / "loop", DATABASE]}
         self.file_system = subprocess.check_output(["findmnt", "-no", "FSTYPE", "-T", "/opt"], text=True).strip()
         self.table = csv.DictWriter(table, COLUMNS)
 
     def compare(self, count, runs):
         """Makes `count` widgets available and unavailable, the contestants by turns."""
-        contestants = {"tool": self.tool, "floor": self.floor}
-        if count <= PEER_UP_TO:
-            contestants["peer"] = [HERE / "peer", INPUTS, DATABASE]
-        if count <= LOOP_UP_TO:
-            contestants["loop"] = [HERE / "loop", DATABASE]
+        contestants = {who: words for who, words in self.contestants.items() if count <= TIMED_UP_TO[who]}
         actions = {"available": ["--make-available", "--path", STICK, "--", *names(count)],
                    "all-unavailable": ["--make-all-unavailable"]}
         install(count)
@@ -131,7 +127,7 @@ class Bench:
                     found[action, who].add(*self.call(*words, *actions[action]))
                     check(count, available=action == "available")
         for who, words in contestants.items():
-            if who in ("loop", "peer") and count > RIVALS_TRACED_UP_TO:
+            if count > TRACED_UP_TO[who]:
                 continue
             shutil.copyfile(TEMPLATE, DATABASE)
             for action in actions:
@@ -145,7 +141,7 @@ class Bench:
         """A call without words: the database is opened and closed, the allowed options are printed."""
         install(1)
         shutil.copyfile(TEMPLATE, DATABASE)
-        contestants = {"tool": self.tool, "floor": self.floor, "true": ["/bin/true"]}
+        contestants = {"tool": self.contestants["tool"], "floor": self.contestants["floor"], "true": ["/bin/true"]}
         found = {who: Measured() for who in contestants}
         for _ in range(START_UP_RUNS):
             for who, words in contestants.items():
@@ -173,16 +169,16 @@ class Bench:
         measured.syncs = calls.get("fsync", 0) + calls.get("fdatasync", 0)
 
     def write(self, action, count, found):
-        floor = min(found["floor"].seconds)
         for who, measured in found.items():
-            least = min(measured.seconds)
+            median = statistics.median(measured.seconds)
             each = max(count, 1)
             traced = measured.calls is not None
             self.table.writerow(dict(zip(COLUMNS, (
                 self.file_system, action, count, who, len(measured.seconds),
-                f"{least * 1e3:.2f}", f"{statistics.median(measured.seconds) * 1e3:.2f}", f"{least * 1e6 / each:.1f}",
-                f"{least / floor:.2f}", f"{measured.calls / each:.1f}" if traced else "", measured.syncs,
-                measured.peak_kib, measured.log_file_bytes // 1024 if traced else "", measured.log_lines))))
+                f"{min(measured.seconds) * 1e3:.2f}", f"{median * 1e3:.2f}", f"{median * 1e6 / each:.1f}",
+                f"{statistics.median(map(truediv, measured.seconds, found['floor'].seconds)):.2f}",
+                f"{measured.calls / each:.1f}" if traced else "", measured.syncs, measured.peak_kib,
+                measured.log_file_bytes // 1024 if traced else "", measured.log_lines))))
 
 
 def main():

@@ -36,8 +36,7 @@ judge("1,000 widgets available, times that of the stock peer",
 judge("per widget available, the shell loop's 100 by the tool's 1,000",
       least("loop", "available", 100) * 10 / least("tool", "available", 1000), at_least=40)
 for action in "available", "all-unavailable":
-    judge(f"1,000 widgets {action}, times that of the floor",
-          least("tool", action, 1000) / least("floor", action, 1000), 1.35)
+    judge(f"1,000 widgets {action}, times that of the floor", value("to_floor", "tool", action, 1000), 1.35)
     judge(f"10,000 widgets {action}, times that of 1,000",
           least("tool", action, 10000) / least("tool", action, 1000), 10.5)
     judge(f"syncs for 1,000 widgets {action}", value("syncs", "tool", action, 1000), 6)
