@@ -95,6 +95,8 @@ Connection::Connection() : m_database(accessibleDatabaseFile(), SQLite::OPEN_REA
     }
     // A commit only writes to the log; SQLite syncs when it copies the log into the database, and syncLog does.
     m_database.exec("PRAGMA synchronous = NORMAL");
+    // Each row is visited once, in passing; SQLite would keep 2 MB of them.
+    m_database.exec("PRAGMA cache_size = -256");
     const int logPages = LOG_LIMIT_BYTES / (readInt("PRAGMA page_size") + LOG_PAGE_HEADER_BYTES);
     m_database.exec("PRAGMA wal_autocheckpoint = " + std::to_string(logPages));
 }
