@@ -186,7 +186,6 @@ def main():
     parser.add_argument("--build", type=Path, required=True)
     parser.add_argument("--results", required=True, help="the CSV file")
     parser.add_argument("--runs", type=int, required=True)
-    parser.add_argument("--start-up", action="store_true")
     parser.add_argument("widgets", type=int, nargs="+")
     arguments = parser.parse_args()
 
@@ -196,7 +195,6 @@ def main():
         bench = Bench(arguments.build, results)
         if results.tell() == 0:
             bench.table.writeheader()
-        if arguments.start_up:
             bench.start_up()
         for count in arguments.widgets:
             bench.compare(count, arguments.runs)

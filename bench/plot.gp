@@ -7,7 +7,7 @@ set title "Making widgets available"
 set xlabel "widgets"
 set ylabel "milliseconds, least of the runs"
 set logscale xy
-set xrange [7:15000]
+set xrange [7:150000]
 set format "%.0f"
 set grid xtics ytics linetype 1 linecolor rgb "#dddddd"
 set border 3
