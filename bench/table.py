@@ -21,10 +21,10 @@ def value(column, who, action, widgets):
 
 
 def judge(text, found, at_most=None, at_least=None):
-    kept = found <= at_most if at_least is None else found >= at_least
-    verdict = "not measured" if found != found else "kept" if kept else "MISSED"
-    limit = f"at most {at_most:g}" if at_least is None else f"at least {at_least:g}"
-    print(f"{found:8.2f}  {verdict}, {limit}: {text}")
+    if found != found:
+        return  # This run did not measure it.
+    kept, limit = (found <= at_most, f"at most {at_most}") if at_most else (found >= at_least, f"at least {at_least}")
+    print(f"{found:8.2f}  {'kept' if kept else 'MISSED'}, {limit}: {text}")
 
 
 print_table()
