@@ -98,6 +98,7 @@ class Device:
         done = subprocess.run([*self.tool, *words], **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                                                        "timeout": 100, **options})
         out, err = ((text or b"").decode("utf-8", "backslashreplace") for text in (done.stdout, done.stderr))
+        assert done.returncode in (0, 255) or done.returncode < 0, err  # what a checker found that the tool runs under
         return Run(done.returncode, out, err, self.log.take())
 
     def available(self, *names, **options):

@@ -1,0 +1,174 @@
+"""The tool in trouble: a database that fails it, another instance beside it, command lines that make no sense."""
+
+import random
+import sqlite3
+import subprocess
+import sys
+import threading
+import time
+import unittest
+from contextlib import contextmanager, nullcontext
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).parent.parent / "tools"))
+from device import DATABASE, STICK, Device  # noqa: E402
+
+BOTH, NONE = "a,SUCCESS:b,SUCCESS:\n", "a,FAIL,Unknown_Error:b,FAIL,Unknown_Error:\n"
+ONLY_B, UNATTACHED = "a,FAIL,Unknown_Error:b,SUCCESS:\n", "Cannot attach DBConnection to current thread\n"
+EXCLUSIVE = "PRAGMA locking_mode = EXCLUSIVE; BEGIN; UPDATE widget SET handle = handle; COMMIT"
+REFUSAL = "CREATE TRIGGER t BEFORE UPDATE OF %s ON widget WHEN OLD.kx_app_id = 'a' BEGIN SELECT RAISE(ABORT, 'no'); END"
+
+AVAILABLE, UNAVAILABLE, ALL = ACTIONS = ("--make-available", "--make-unavailable", "--make-all-unavailable")
+PATH, ILL_FORMED = f"--path={STICK}", "\udcc3("
+MEANING = {**dict(zip(ACTIONS, ACTIONS)), "--make-av": AVAILABLE, "--make-all": ALL, PATH: PATH, "--pa=/none": PATH, "--he": ""}
+WORDS = (*MEANING, "--", "--make-a", "--zork", "---", "-x", "--help=", "a", "b", "..", "%n%s", "'\"", "колобок", "local", "",
+         "-", "a/b", "../a", "x" * 100000, ILL_FORMED)
+LINES = ((AVAILABLE, PATH), (PATH, AVAILABLE, "--"), (UNAVAILABLE,), (ALL,), ())
+
+
+def foretold(words, installed, available):
+    """The status and output of a run; `available` becomes the widgets available after it."""
+    end = words.index("--") if "--" in words else len(words)
+    options = [word for word in words[:end] if word[:1] == "-" != word]
+    ids = [word for word in words[:end] if word not in options] + words[end + 1:]
+    meant = [MEANING.get(word) for word in options]
+    action = [word for word in meant if word in ACTIONS]
+    if None in meant or len(set(meant)) < len(meant) or len(action) > 1:
+        return 255, ""
+    if action and action != [ALL] and (not ids or ILL_FORMED in ids) or action == [AVAILABLE] and PATH not in options:
+        return 255, ""
+    if action == [ALL]:
+        ids = [name for name in installed if name in available]
+    verdicts = ""
+    for name in ids if action else ():
+        reason = "Widget_Is_Not_Installed" if name not in installed else "Local_Storage_Used"
+        if name in installed and (name != "local" or action != [AVAILABLE]):
+            (available.add if action == [AVAILABLE] else available.discard)(name)
+            verdicts += f"{name},SUCCESS:"
+        else:
+            verdicts += f"{name},FAIL,{reason}:"
+    return 0, verdicts + "\n" if action else ""
+
+
+@contextmanager
+def held_by_another(script, seconds):
+    holder = sqlite3.connect(DATABASE, isolation_level=None, check_same_thread=False)
+    holder.executescript(script)
+    release = threading.Timer(seconds, holder.close)
+    release.start()
+    yield
+    release.cancel()
+    holder.close()
+
+
+@contextmanager
+def mounted(*options):
+    subprocess.run(["mount", *options, DATABASE.parent], check=True)
+    yield
+    subprocess.run(["umount", DATABASE.parent], check=True)
+
+
+class FaultTest(unittest.TestCase):
+    def setUp(self):
+        self.device = Device(TOOL).widget("a").widget("b")
+
+    def run_in(self, trouble=nullcontext(), seconds=0):
+        """A run that ends in time, says why if it failed, and has linked just the widgets that it says it has."""
+        with trouble:
+            start = time.monotonic()
+            run = self.device.available("a", "b")
+            self.assertLess(time.monotonic() - start, seconds + 4)
+        self.assertEqual((run.status == 255, run.status == 0), (bool(run.err), bool(run.out)), run)
+        for widget in "ab":
+            self.assertEqual(4 * (f"{widget},SUCCESS" in run.out), len(self.device.links(widget)), run)
+        return run
+
+    def assert_nothing_lost(self, run=None):
+        """The database is sound and says the same as the run did; the next run goes well."""
+        self.assertEqual([("ok",)], self.device.sql("PRAGMA integrity_check"))
+        for widget in "ab" if run else "":
+            self.assertEqual(f"{widget},SUCCESS" in run.out, self.device.row(widget).available, run)
+        self.device.sql("DROP TRIGGER IF EXISTS t")
+        self.assertEqual(BOTH, self.run_in().out)
+        self.device.unavailable("a", "b")
+
+    def test_a_database_held_by_others(self):
+        for trouble, out, err, seconds in (
+                (held_by_another("BEGIN IMMEDIATE", 1), BOTH, "", 1), (held_by_another("BEGIN IMMEDIATE", 99), NONE, "", 10),
+                (held_by_another(EXCLUSIVE, 1), BOTH, "", 1), (held_by_another(EXCLUSIVE, 99), "", UNATTACHED, 5),
+                (mounted("--bind", "-o", "ro", DATABASE.parent), "", UNATTACHED, 0),
+                (held_by_another(REFUSAL % "external_storage_path", 0), ONLY_B, "", 0),
+                (held_by_another(REFUSAL % "available", 0), ONLY_B, "", 0)):
+            with self.subTest(out=out, err=err, seconds=seconds):
+                run = self.run_in(trouble, seconds)
+                self.assertEqual((out, err), run[1:3])
+                self.assert_nothing_lost(run)
+
+    def test_a_full_disk(self):
+        # With large pages each change needs a block of its own.
+        script = "PRAGMA journal_mode = DELETE; PRAGMA page_size = 4096; VACUUM; PRAGMA journal_mode = WAL"
+        subprocess.run(["sqlite3", DATABASE, script], stdout=subprocess.DEVNULL)
+        kept, verdicts, filler = DATABASE.read_bytes(), set(), DATABASE.parent / "filler"
+        with mounted("-t", "tmpfs", "-o", "size=256k", "none"):
+            DATABASE.write_bytes(kept)
+            for free in range(16):
+                filler.write_bytes(bytes((64 - free) * 4096 - len(kept)))
+                run = self.run_in()
+                filler.unlink()
+                self.assert_nothing_lost(run)
+                verdicts.add(run.out + run.err)
+        self.assertLessEqual({UNATTACHED, NONE, "a,SUCCESS:b,FAIL,Unknown_Error:\n", BOTH}, verdicts)
+
+    def test_a_broken_database_and_a_torn_log(self):
+        log = Path(f"{DATABASE}-wal")
+        with held_by_another("SELECT * FROM widget", 99):  # while it is, the log is not folded into the database
+            self.device.available("a", "b")
+            kept, whole = DATABASE.read_bytes(), log.read_bytes()
+        self.device.unavailable("a", "b")
+        for at, size in [(at, 2) for at in range(0, 100, 2)] + [(at, 512) for at in range(512, len(kept), 512)]:
+            DATABASE.write_bytes(kept[:at] + bytes([255]) * size + kept[at + size:])
+            self.run_in()
+            log.unlink(missing_ok=True)
+            DATABASE.write_bytes(kept)
+            self.assert_nothing_lost()
+        for length in range(0, len(whole), 61):
+            for rest in (0, len(whole) - length):
+                DATABASE.write_bytes(kept)
+                log.write_bytes(whole[:length] + bytes(rest))
+                self.assert_nothing_lost()
+        self.device.sql("DROP TABLE widget")
+        self.assertEqual((255, "", "Find a widget by its KxAppId: no such table: widget\n"), self.run_in()[:3])
+
+    def test_two_at_once(self):
+        lines = [[*TOOL, AVAILABLE, PATH, "a", "b"], [*TOOL, UNAVAILABLE, "a", "b"], [*TOOL, ALL]]
+        done = [(self.device.run(*line[len(TOOL):]), self.device.state())[1] for line in lines]
+        mixed = 0
+        for _ in range(300):
+            pair = random.choices(range(3), k=2)
+            for process in [subprocess.Popen(lines[action], stdout=subprocess.DEVNULL) for action in pair]:
+                self.assertEqual(0, process.wait(20))
+            mixed += self.device.state() not in [done[action] for action in pair]
+            healing = min(random.choice(pair), 1)  # a link whose widget lost its state goes only when the widget is named
+            subprocess.run(lines[healing], check=True, stdout=subprocess.DEVNULL)
+            self.assertEqual(done[healing], self.device.state())
+            self.assertEqual([("ok",)], self.device.sql("PRAGMA integrity_check"))
+        print(f"{mixed} of 300 pairs left a mixture that the next run healed", end=" ... ")
+
+    def test_random_lines(self):
+        names = ["a", "b", "..", "%n%s", "'\"", "колобок"]
+        for name in names[2:]:
+            self.device.widget(name)
+        self.device.widget("local", usb=False).available(*names)
+        plugged, available = self.device.state(), set()
+        self.device.unavailable(*names, "local")
+        cleared = self.device.state()
+        for _ in range(2000):
+            words = [*random.choices(WORDS, k=random.randrange(4)), *random.choice(LINES), *random.choices(WORDS, k=random.randrange(3))]
+            told, run = foretold(words, cleared, available), self.device.run(*words)
+            self.assertEqual(told, (run.status, run.out), words)
+            self.assertEqual({**cleared, **{name: plugged[name] for name in available}}, self.device.state())
+
+
+if __name__ == "__main__":
+    TOOL = sys.argv[1:]
+    unittest.main(argv=sys.argv[:1], verbosity=2)
