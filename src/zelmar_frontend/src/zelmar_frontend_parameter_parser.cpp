@@ -15,6 +15,21 @@ namespace po = boost::program_options;
 
 namespace ZelmarFrontend {
 
+namespace {
+
+/**
+ * Whether the option library could name the word in an error: it fills words into its message by replacing these, and
+ * does so forever if the word brings one along.
+ */
+bool isNameable(const std::string& word)
+{
+    const auto npos = std::string::npos;
+    return word.find("%canonical_option%") == npos && word.find("%original_token%") == npos &&
+           word.find("%value%") == npos;
+}
+
+}  // namespace
+
 KxWrtFrontendParameterParser::KxWrtFrontendParameterParser(
     int argc, const char* const argv[], const std::list<std::unique_ptr<IKxWrtFrontendAction>>& actions)
 {
@@ -39,7 +54,15 @@ KxWrtFrontendParameterParser::KxWrtFrontendParameterParser(
     po::options_description all;
     all.add(allowed).add(required).add(hidden);
 
-    po::store(po::command_line_parser(argc, argv).options(all).positional(positional).run(), m_parametersMap);
+    try {
+        po::store(po::command_line_parser(argc, argv).options(all).positional(positional).run(), m_parametersMap);
+    } catch (const po::error_with_option_name&) {
+        const auto culprit = std::find_if_not(argv, argv + argc, isNameable);
+        if (culprit != argv + argc) {
+            throw std::runtime_error(std::string("Unknown or malformed option: ") + *culprit);
+        }
+        throw;
+    }
     po::notify(m_parametersMap);
 
     std::ostringstream allowedOptions;
