@@ -22,7 +22,7 @@ AVAILABLE, UNAVAILABLE, ALL = ACTIONS = ("--make-available", "--make-unavailable
 PATH, ILL_FORMED = f"--path={STICK}", "\udcc3("
 MEANING = {**dict(zip(ACTIONS, ACTIONS)), "--make-av": AVAILABLE, "--make-all": ALL, PATH: PATH, "--pa=/none": PATH, "--he": ""}
 WORDS = (*MEANING, "--", "--make-a", "--zork", "---", "-x", "--help=", "a", "b", "..", "%n%s", "'\"", "колобок", "local", "",
-         "-", "a/b", "../a", "x" * 100000, ILL_FORMED)
+         "-", "a/b", "../a", "x" * 100000, "--%original_token%", "--path=%value% x", ILL_FORMED)
 LINES = ((AVAILABLE, PATH), (PATH, AVAILABLE, "--"), (UNAVAILABLE,), (ALL,), ())
 
 
