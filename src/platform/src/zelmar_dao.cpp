@@ -1,14 +1,14 @@
 #include <SQLiteCpp/SQLiteCpp.h>
+#include <platform/zelmar_dao.h>
+#include <sqlite3.h>
+#include <unistd.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <platform/zelmar_dao.h>
-#include <sqlite3.h>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 #include <utility>
 
 namespace ZelmarDB {
