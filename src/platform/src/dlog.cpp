@@ -1,7 +1,6 @@
 #include <platform/dlog.h>
 #include <syslog.h>
 #include <cstdarg>
-#include <cstdio>
 
 namespace {
 
@@ -28,12 +27,9 @@ int __dlog_print(int priority, const char* tag, const char* format, ...)
         openlog(tag, 0, LOG_USER);
         openedAs = tag;
     }
-    // The log's socket refuses a datagram of some 200 KiB: better the start of a long result than nothing of it.
-    static char line[64 << 10];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(line, sizeof line, format, arguments);
+    vsyslog(syslogPriority(priority), format, arguments);
     va_end(arguments);
-    syslog(syslogPriority(priority), "%s", line);
     return 0;
 }
