@@ -35,7 +35,10 @@ void must(bool done, const char* step)
 
 class Statement {
 public:
-    explicit Statement(const char* sql) { must(sqlite3_prepare_v2(database, sql, -1, &m_statement, nullptr) == 0, sql); }
+    explicit Statement(const char* sql)
+    {
+        must(sqlite3_prepare_v2(database, sql, -1, &m_statement, nullptr) == 0, sql);
+    }
     ~Statement() { sqlite3_finalize(m_statement); }
 
     /** Runs and commits an update of the widget `id`, with `value` for ?2 if the statement has one. */
@@ -59,7 +62,8 @@ void openDatabase()
     must(sqlite3_open_v2("/opt/usr/zelmar/widgets.db", &database, SQLITE_OPEN_READWRITE, nullptr) == 0, "open");
     // 7 MiB of pages of 512 bytes.
     must(sqlite3_exec(database, "PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 13694", nullptr, nullptr,
-                      nullptr) == 0, "pragmas");
+                      nullptr) == 0,
+         "pragmas");
 }
 
 void closeDatabase()
