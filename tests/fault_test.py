@@ -4,14 +4,12 @@ import random
 import sqlite3
 import subprocess
 import sys
-import threading
 import time
 import unittest
-from contextlib import contextmanager, nullcontext
+from contextlib import nullcontext
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).parent.parent / "tools"))
-from device import DATABASE, STICK, Device  # noqa: E402
+from device import DATABASE, STICK, Device, held_by_another, mounted
 
 BOTH, NONE = "a,SUCCESS:b,SUCCESS:\n", "a,FAIL,Unknown_Error:b,FAIL,Unknown_Error:\n"
 ONLY_B, UNATTACHED = "a,FAIL,Unknown_Error:b,SUCCESS:\n", "Cannot attach DBConnection to current thread\n"
@@ -21,22 +19,23 @@ REFUSAL = "CREATE TRIGGER t BEFORE UPDATE OF %s ON widget WHEN OLD.kx_app_id = '
 AVAILABLE, UNAVAILABLE, ALL = ACTIONS = ("--make-available", "--make-unavailable", "--make-all-unavailable")
 PATH, ILL_FORMED = f"--path={STICK}", "\udcc3("
 MEANING = {**dict(zip(ACTIONS, ACTIONS)), "--make-av": AVAILABLE, "--make-all": ALL, PATH: PATH, "--pa=/none": PATH, "--he": ""}
-WORDS = (*MEANING, "--", "--make-a", "--zork", "---", "-x", "--help=", "a", "b", "..", "%n%s", "'\"", "колобок", "local", "",
-         "-", "a/b", "../a", "x" * 100000, "--%original_token%", "--path=%value% x", ILL_FORMED)
+NAMES = ("a", "b", "..", "two words", "'\"`$(reboot)", "%s%n%e", "a;DROP TABLE widget", "line\nbreak", "колобок😀", "-x", "--")
+WORDS = (*MEANING, *NAMES, "--make-a", "--zork", "---", "--help=", "local", "", "-", "a/b", "../a", "x" * 100000,
+         "--%original_token%", "--path=%value% x", ILL_FORMED)
 LINES = ((AVAILABLE, PATH), (PATH, AVAILABLE, "--"), (UNAVAILABLE,), (ALL,), ())
 
 
 def foretold(words, installed, available):
-    """The status and output of a run; `available` becomes the widgets available after it."""
+    """Status, output and widgets that a run takes up; `available` becomes the widgets available after it."""
     end = words.index("--") if "--" in words else len(words)
     options = [word for word in words[:end] if word[:1] == "-" != word]
     ids = [word for word in words[:end] if word not in options] + words[end + 1:]
     meant = [MEANING.get(word) for word in options]
     action = [word for word in meant if word in ACTIONS]
     if None in meant or len(set(meant)) < len(meant) or len(action) > 1:
-        return 255, ""
+        return 255, "", []
     if action and action != [ALL] and (not ids or ILL_FORMED in ids) or action == [AVAILABLE] and PATH not in options:
-        return 255, ""
+        return 255, "", []
     if action == [ALL]:
         ids = [name for name in installed if name in available]
     verdicts = ""
@@ -47,25 +46,7 @@ def foretold(words, installed, available):
             verdicts += f"{name},SUCCESS:"
         else:
             verdicts += f"{name},FAIL,{reason}:"
-    return 0, verdicts + "\n" if action else ""
-
-
-@contextmanager
-def held_by_another(script, seconds):
-    holder = sqlite3.connect(DATABASE, isolation_level=None, check_same_thread=False)
-    holder.executescript(script)
-    release = threading.Timer(seconds, holder.close)
-    release.start()
-    yield
-    release.cancel()
-    holder.close()
-
-
-@contextmanager
-def mounted(*options):
-    subprocess.run(["mount", *options, DATABASE.parent], check=True)
-    yield
-    subprocess.run(["umount", DATABASE.parent], check=True)
+    return 0, verdicts + "\n" if action else "", ids if action == [AVAILABLE] else []
 
 
 class FaultTest(unittest.TestCase):
@@ -96,7 +77,7 @@ class FaultTest(unittest.TestCase):
         for trouble, out, err, seconds in (
                 (held_by_another("BEGIN IMMEDIATE", 1), BOTH, "", 1), (held_by_another("BEGIN IMMEDIATE", 99), NONE, "", 10),
                 (held_by_another(EXCLUSIVE, 1), BOTH, "", 1), (held_by_another(EXCLUSIVE, 99), "", UNATTACHED, 5),
-                (mounted("--bind", "-o", "ro", DATABASE.parent), "", UNATTACHED, 0),
+                (mounted(DATABASE.parent, "--bind", "-o", "ro", DATABASE.parent), "", UNATTACHED, 0),
                 (held_by_another(REFUSAL % "external_storage_path", 0), ONLY_B, "", 0),
                 (held_by_another(REFUSAL % "available", 0), ONLY_B, "", 0)):
             with self.subTest(out=out, err=err, seconds=seconds):
@@ -109,7 +90,7 @@ class FaultTest(unittest.TestCase):
         script = "PRAGMA journal_mode = DELETE; PRAGMA page_size = 4096; VACUUM; PRAGMA journal_mode = WAL"
         subprocess.run(["sqlite3", DATABASE, script], stdout=subprocess.DEVNULL)
         kept, verdicts, filler = DATABASE.read_bytes(), set(), DATABASE.parent / "filler"
-        with mounted("-t", "tmpfs", "-o", "size=256k", "none"):
+        with mounted(DATABASE.parent, "-t", "tmpfs", "-o", "size=256k", "none"):
             DATABASE.write_bytes(kept)
             for free in range(16):
                 filler.write_bytes(bytes((64 - free) * 4096 - len(kept)))
@@ -155,17 +136,18 @@ class FaultTest(unittest.TestCase):
         print(f"{mixed} of 300 pairs left a mixture that the next run healed", end=" ... ")
 
     def test_random_lines(self):
-        names = ["a", "b", "..", "%n%s", "'\"", "колобок"]
-        for name in names[2:]:
+        for name in NAMES[2:]:
             self.device.widget(name)
-        self.device.widget("local", usb=False).available(*names)
+        self.device.widget("local", usb=False).available(*NAMES)
         plugged, available = self.device.state(), set()
-        self.device.unavailable(*names, "local")
+        self.device.unavailable(*NAMES, "local")
         cleared = self.device.state()
-        for _ in range(2000):
-            words = [*random.choices(WORDS, k=random.randrange(4)), *random.choice(LINES), *random.choices(WORDS, k=random.randrange(3))]
+        for _ in range(1000):
+            words = [*random.choices(WORDS, k=random.randrange(4)), *random.choice(LINES),
+                     *random.choices(WORDS, k=random.randrange(3))]
             told, run = foretold(words, cleared, available), self.device.run(*words)
-            self.assertEqual(told, (run.status, run.out), words)
+            taken_up = [line.partition(" > ===== Processing widget: ")[2] for line in run.log if " > =====" in line]
+            self.assertEqual((*told[:2], [f"{name} ======" for name in told[2]]), (run.status, run.out, taken_up), words)
             self.assertEqual({**cleared, **{name: plugged[name] for name in available}}, self.device.state())
 
 

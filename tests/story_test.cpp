@@ -4,33 +4,12 @@
 #include <boost/filesystem.hpp>
 #include <cstdlib>
 #include <fstream>
-#include <iostream>
 #include <regex>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "recording.h"
-
-extern "C" int zelmar_frontend_main(int argc, char** argv);
+#include "run_tool.h"
 
 namespace {
-
-/** Runs the tool and tells what it printed and how it ended. */
-std::string run(std::vector<std::string> words)
-{
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(&word[0]);
-    }
-    std::ostringstream out, err;
-    auto* const realOut = std::cout.rdbuf(out.rdbuf());
-    auto* const realErr = std::cerr.rdbuf(err.rdbuf());
-    const int status = zelmar_frontend_main(static_cast<int>(argv.size()), argv.data());
-    std::cout.rdbuf(realOut);
-    std::cerr.rdbuf(realErr);
-    return "out: " + out.str() + "\nerr: " + err.str() + "\nstatus: " + std::to_string(status) + "\n";
-}
 
 /**
  * A file of stories/. Its lines "# command" prepare or check the device, "? call = answer" lay down what the platform
@@ -61,7 +40,9 @@ TEST_P(Story, GoesAsTold)
             recording.answers[rest.substr(0, sign)] = rest.substr(sign + 3);
         } else {
             std::vector<std::string> words;
-            recording.story += run(boost::split(words, rest, boost::is_space())) + "\n";
+            const Outcome run = runTool(boost::split(words, rest, boost::is_space()));
+            recording.story +=
+                "out: " + run.out + "\nerr: " + run.err + "\nstatus: " + std::to_string(run.status) + "\n\n";
         }
     }
     // Only the other units' numbers are fixed; in these they move with the code.

@@ -9,7 +9,7 @@ import subprocess
 import threading
 import time
 from collections import namedtuple
-from contextlib import closing
+from contextlib import closing, contextmanager
 from pathlib import Path
 
 if os.environ.get("PRIVATE_OPT") != "1":
@@ -116,10 +116,36 @@ class Device:
         rows = self.sql("SELECT available, external_storage_path FROM widget WHERE kx_app_id = ?", name)
         return Row(bool(rows[0][0]), rows[0][1]) if rows else None
 
+    @staticmethod
+    def linked(name, files=METADATA, **others):
+        """The state of an available widget with these files on the stick, and these others in its image directory."""
+        content = STICK / f"{name}_img"
+        links = {file: Link(str(content / file), "_") for file in (f"{name}.img", *files)}
+        return Row(True, str(content)), {**links, **others}
+
     def state(self):
         """All that a run may change."""
         names = [name for name, in self.sql("SELECT kx_app_id FROM widget ORDER BY handle")]
         return {name: (self.row(name), self.links(name)) for name in names}
+
+
+@contextmanager
+def held_by_another(script, seconds):
+    """The database as another process has it after `script`, for so many seconds or as long as the block lasts."""
+    holder = sqlite3.connect(DATABASE, isolation_level=None, check_same_thread=False)
+    holder.executescript(script)
+    release = threading.Timer(seconds, holder.close)
+    release.start()
+    yield
+    release.cancel()
+    holder.close()
+
+
+@contextmanager
+def mounted(place, *options):
+    subprocess.run(["mount", *options, place], check=True)
+    yield
+    subprocess.run(["umount", place], check=True)
 
 
 def label(link):

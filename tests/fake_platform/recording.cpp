@@ -30,11 +30,6 @@ std::string answer(const std::string& call, const std::string& usual = "")
     return given;
 }
 
-std::string byHandle(const char* call, int handle, const std::string& usual)
-{
-    return answer(call + std::string(" ") + std::to_string(handle), usual);
-}
-
 }  // namespace
 
 int __dlog_print(int priority, const char* tag, const char* format, ...)
@@ -84,18 +79,18 @@ void KxDatabase::detachFromThread()
 
 std::wstring KxWidgetDAOReadOnly::getTizenAppId() const
 {
-    return FromUTF8String(byHandle("getTizenAppId", m_handle, "t." + std::to_string(m_handle)));
+    return FromUTF8String(answer("getTizenAppId " + std::to_string(m_handle), "t." + std::to_string(m_handle)));
 }
 
 boost::optional<std::wstring> KxWidgetDAOReadOnly::getKxAppId() const
 {
-    const std::string id = byHandle("getKxAppId", m_handle, "");
+    const std::string id = answer("getKxAppId " + std::to_string(m_handle));
     return id.empty() ? boost::none : boost::make_optional(FromUTF8String(id));
 }
 
 bool KxWidgetDAOReadOnly::isInstalledOnUSB() const
 {
-    return byHandle("isInstalledOnUSB", m_handle, "1") == "1";
+    return answer("isInstalledOnUSB " + std::to_string(m_handle), "1") == "1";
 }
 
 std::wstring KxWidgetDAOReadOnly::getTizenAppIdFromKxAppId(const std::wstring& kxAppId)
