@@ -80,9 +80,7 @@ const char* accessibleDatabaseFile()
     return DATABASE_FILE;
 }
 
-// A thread's own connection needs no mutexes.
-Connection::Connection()
-    : m_database(accessibleDatabaseFile(), SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX, BUSY_TIMEOUT_MS)
+Connection::Connection() : m_database(accessibleDatabaseFile(), SQLite::OPEN_READWRITE, BUSY_TIMEOUT_MS)
 {
     if (readInt("PRAGMA application_id") != APPLICATION_ID) {
         throw SQLite::Exception("not a widget database");
@@ -195,8 +193,6 @@ std::wstring wideText(const SQLite::Column& column)
 
 void KxDatabase::attachToThreadRW()
 {
-    // Nobody asks SQLite what memory it has in use, so it need not keep count. Heeded before its first use only.
-    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     try {
         t_connection = std::make_unique<Connection>();
     } catch (const SQLite::Exception& e) {
