@@ -108,7 +108,7 @@ class Bench:
         self.contestants = {"tool": [build / "zelmar-frontend"], "floor": [build / "bench/floor"],
                             "peer": [HERE / "peer", INPUTS, DATABASE], "loop": [HERE / "loop", DATABASE]}
         if os.stat("/").st_uid != 0:
-            print("bench: no peer: systemd-tmpfiles trusts no path where / is another's, as in a plain user's private /opt")
+            print("bench: no peer: systemd-tmpfiles trusts no path where / is another's, as in a plain user's")
             del self.contestants["peer"]
         self.file_system = subprocess.check_output(["findmnt", "-no", "FSTYPE", "-T", "/opt"], text=True).strip()
         self.table = csv.DictWriter(table, COLUMNS)
