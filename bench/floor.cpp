@@ -94,9 +94,10 @@ void makeAvailable(const std::string& stick, const std::vector<std::string>& ids
 {
     Statement setPath("UPDATE widget SET external_storage_path = ?2 WHERE kx_app_id = ?1");
     Statement setAvailable("UPDATE widget SET available = 1 WHERE kx_app_id = ?1");
+    const std::string stickFolder = stick + "/";
     for (const std::string& id : ids) {
         const std::string place = APPS + id + "_img/";
-        const std::string storagePath = stick + "/" + id + "_img";
+        const std::string storagePath = stickFolder + id + "_img";
         const std::string content = storagePath + "/";
         LOG("===== Processing widget: %s ======", id.c_str());
         LOG("Path to check: %s", place.c_str());
