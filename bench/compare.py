@@ -52,7 +52,7 @@ def install(count):
     with closing(sqlite3.connect(TEMPLATE)) as database:
         database.executescript(SCHEMA.read_text())
         database.executemany("INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb) VALUES (?, ?, 1)",
-                             [(f"tizen.{name}", name) for name in names(count)])
+                             [(f"t.{name}", name) for name in names(count)])
         database.commit()
     write_inputs(count)
 

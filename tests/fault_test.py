@@ -21,7 +21,7 @@ PATH, ILL_FORMED = f"--path={STICK}", "\udcc3("
 MEANING = {**dict(zip(ACTIONS, ACTIONS)), "--make-av": AVAILABLE, "--make-all": ALL, PATH: PATH, "--pa=/none": PATH, "--he": ""}
 NAMES = ("a", "b", "..", "two words", "'\"`$(reboot)", "%s%n%e", "a;DROP TABLE widget", "line\nbreak", "колобок😀", "-x", "--")
 WORDS = (*MEANING, *NAMES, "--make-a", "--zork", "---", "--help=", "local", "", "-", "a/b", "../a", "x" * 100000,
-         "--%original_token%", "--path=%value% x", ILL_FORMED)
+         "--%original_token%", "--%option%=", "--path=%value% x", ILL_FORMED)
 LINES = ((AVAILABLE, PATH), (PATH, AVAILABLE, "--"), (UNAVAILABLE,), (ALL,), ())
 
 

@@ -75,7 +75,7 @@ class Device:
     def widget(self, name, usb=True, files=("image",) + METADATA):
         """Installs a widget; `files` of its content are on the stick, if it is a widget on USB."""
         self.sql("INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb) VALUES (?, ?, ?)",
-                 f"tizen.{name}", name, usb)
+                 f"t.{name}", name, usb)
         self.place(name).mkdir()
         if usb:
             self.content(name, files)

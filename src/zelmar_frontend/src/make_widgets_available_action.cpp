@@ -62,7 +62,7 @@ LinksList createLinksList(const std::string& pkgId, const std::string& externalP
 }  // namespace
 
 const std::string MakeWidgetsAvailableAction::m_actionName("make-available");
-// The wording is what the help text has always shown.
+// "for widget for launch" is kept as it is: the help text is compared as a whole.
 const std::string MakeWidgetsAvailableAction::m_actionDescription(
     "Changes widget's state and prepares for widget for launch");
 

@@ -1,6 +1,7 @@
 #include "zelmar_frontend_parameter_parser.h"
 
 #include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
 #include <boost/filesystem/path.hpp>
 #include <boost/program_options.hpp>
 #include <iostream>
@@ -17,15 +18,13 @@ namespace ZelmarFrontend {
 
 namespace {
 
-/**
- * Whether the option library could name the word in an error: it fills words into its message by replacing these, and
- * does so forever if the word brings one along.
- */
-bool isNameable(const std::string& word)
+// The option library fills words into its message in place of %these%, for as long as it finds one: a word that brings
+// its own along would keep it at that forever.
+bool bringsPlaceholder(const std::string& option)
 {
-    const auto npos = std::string::npos;
-    return word.find("%canonical_option%") == npos && word.find("%original_token%") == npos &&
-           word.find("%value%") == npos;
+    const auto placeholders = {"%canonical_option%", "%option%", "%original_token%"};
+    return std::any_of(placeholders.begin(), placeholders.end(),
+                       [&option](const char* placeholder) { return boost::contains(option, placeholder); });
 }
 
 }  // namespace
@@ -56,10 +55,12 @@ KxWrtFrontendParameterParser::KxWrtFrontendParameterParser(
 
     try {
         po::store(po::command_line_parser(argc, argv).options(all).positional(positional).run(), m_parametersMap);
-    } catch (const po::error_with_option_name&) {
-        const auto culprit = std::find_if_not(argv, argv + argc, isNameable);
-        if (culprit != argv + argc) {
-            throw std::runtime_error(std::string("Unknown or malformed option: ") + *culprit);
+    } catch (po::error_with_option_name& e) {
+        if (bringsPlaceholder(e.get_option_name())) {
+            throw std::runtime_error("Unknown or malformed option: " + e.get_option_name());
+        }
+        if (std::any_of(argv, argv + argc, [](const char* word) { return boost::contains(word, "%value%"); })) {
+            e.set_substitute("value", "");
         }
         throw;
     }
