@@ -111,7 +111,7 @@ class Bench:
             print("bench: no peer: systemd-tmpfiles trusts no path where / is another's, as in a plain user's")
             del self.contestants["peer"]
         self.file_system = subprocess.check_output(["findmnt", "-no", "FSTYPE", "-T", "/opt"], text=True).strip()
-        self.table = csv.DictWriter(table, COLUMNS)
+        self.table = csv.DictWriter(table, COLUMNS, lineterminator="\n")
 
     def compare(self, count, runs):
         """Makes `count` widgets available and unavailable, the contestants by turns."""

@@ -1,7 +1,6 @@
 """The tool in trouble: a database that fails it, another instance beside it, command lines that make no sense."""
 
 import random
-import sqlite3
 import subprocess
 import sys
 import time
@@ -11,6 +10,7 @@ from pathlib import Path
 
 from device import DATABASE, STICK, Device, held_by_another, mounted
 
+TOOL = sys.argv[1:]
 BOTH, NONE = "a,SUCCESS:b,SUCCESS:\n", "a,FAIL,Unknown_Error:b,FAIL,Unknown_Error:\n"
 ONLY_B, UNATTACHED = "a,FAIL,Unknown_Error:b,SUCCESS:\n", "Cannot attach DBConnection to current thread\n"
 EXCLUSIVE = "PRAGMA locking_mode = EXCLUSIVE; BEGIN; UPDATE widget SET handle = handle; COMMIT"
@@ -18,8 +18,10 @@ REFUSAL = "CREATE TRIGGER t BEFORE UPDATE OF %s ON widget WHEN OLD.kx_app_id = '
 
 AVAILABLE, UNAVAILABLE, ALL = ACTIONS = ("--make-available", "--make-unavailable", "--make-all-unavailable")
 PATH, ILL_FORMED = f"--path={STICK}", "\udcc3("
-MEANING = {**dict(zip(ACTIONS, ACTIONS)), "--make-av": AVAILABLE, "--make-all": ALL, PATH: PATH, "--pa=/none": PATH, "--he": ""}
-NAMES = ("a", "b", "..", "two words", "'\"`$(reboot)", "%s%n%e", "a;DROP TABLE widget", "line\nbreak", "колобок😀", "-x", "--")
+MEANING = {**{word: word for word in (*ACTIONS, PATH)},
+           "--make-av": AVAILABLE, "--make-all": ALL, "--pa=/none": PATH, "--he": ""}
+NAMES = ("a", "b", "..", "two words", "'\"`$(reboot)", "%s%n%e", "a;DROP TABLE widget", "line\nbreak", "колобок😀",
+         "-x", "--")
 WORDS = (*MEANING, *NAMES, "--make-a", "--zork", "---", "--help=", "local", "", "-", "a/b", "../a", "x" * 100000,
          "--%original_token%", "--%option%=", "--path=%value% x", ILL_FORMED)
 LINES = ((AVAILABLE, PATH), (PATH, AVAILABLE, "--"), (UNAVAILABLE,), (ALL,), ())
@@ -75,8 +77,10 @@ class FaultTest(unittest.TestCase):
 
     def test_a_database_held_by_others(self):
         for trouble, out, err, seconds in (
-                (held_by_another("BEGIN IMMEDIATE", 1), BOTH, "", 1), (held_by_another("BEGIN IMMEDIATE", 99), NONE, "", 10),
-                (held_by_another(EXCLUSIVE, 1), BOTH, "", 1), (held_by_another(EXCLUSIVE, 99), "", UNATTACHED, 5),
+                (held_by_another("BEGIN IMMEDIATE", 1), BOTH, "", 1),
+                (held_by_another("BEGIN IMMEDIATE", 99), NONE, "", 10),
+                (held_by_another(EXCLUSIVE, 1), BOTH, "", 1),
+                (held_by_another(EXCLUSIVE, 99), "", UNATTACHED, 5),
                 (mounted(DATABASE.parent, "--bind", "-o", "ro", DATABASE.parent), "", UNATTACHED, 0),
                 (held_by_another(REFUSAL % "external_storage_path", 0), ONLY_B, "", 0),
                 (held_by_another(REFUSAL % "available", 0), ONLY_B, "", 0)):
@@ -121,16 +125,16 @@ class FaultTest(unittest.TestCase):
         self.assertEqual((255, "", "Find a widget by its KxAppId: no such table: widget\n"), self.run_in()[:3])
 
     def test_two_at_once(self):
-        lines = [[*TOOL, AVAILABLE, PATH, "a", "b"], [*TOOL, UNAVAILABLE, "a", "b"], [*TOOL, ALL]]
-        done = [(self.device.run(*line[len(TOOL):]), self.device.state())[1] for line in lines]
+        lines = [(AVAILABLE, PATH, "a", "b"), (UNAVAILABLE, "a", "b"), (ALL,)]
+        done = [self.device.run(*words) and self.device.state() for words in lines]
         mixed = 0
         for _ in range(300):
             pair = random.choices(range(3), k=2)
-            for process in [subprocess.Popen(lines[action], stdout=subprocess.DEVNULL) for action in pair]:
+            for process in [subprocess.Popen([*TOOL, *lines[action]], stdout=subprocess.DEVNULL) for action in pair]:
                 self.assertEqual(0, process.wait(20))
             mixed += self.device.state() not in [done[action] for action in pair]
-            healing = min(random.choice(pair), 1)  # a link whose widget lost its state goes only when the widget is named
-            subprocess.run(lines[healing], check=True, stdout=subprocess.DEVNULL)
+            healing = min(random.choice(pair), 1)  # a link whose widget lost its state goes only by name
+            self.assertEqual(0, self.device.run(*lines[healing]).status)
             self.assertEqual(done[healing], self.device.state())
             self.assertEqual([("ok",)], self.device.sql("PRAGMA integrity_check"))
         print(f"{mixed} of 300 pairs left a mixture that the next run healed", end=" ... ")
@@ -146,11 +150,9 @@ class FaultTest(unittest.TestCase):
             words = [*random.choices(WORDS, k=random.randrange(4)), *random.choice(LINES),
                      *random.choices(WORDS, k=random.randrange(3))]
             told, run = foretold(words, cleared, available), self.device.run(*words)
-            taken_up = [line.partition(" > ===== Processing widget: ")[2] for line in run.log if " > =====" in line]
-            self.assertEqual((*told[:2], [f"{name} ======" for name in told[2]]), (run.status, run.out, taken_up), words)
+            begun = [line.partition(" > ===== Processing widget: ")[2] for line in run.log if " > =====" in line]
+            self.assertEqual((*told[:2], [f"{name} ======" for name in told[2]]), (*run[:2], begun), words)
             self.assertEqual({**cleared, **{name: plugged[name] for name in available}}, self.device.state())
 
 
-if __name__ == "__main__":
-    TOOL = sys.argv[1:]
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+unittest.main(argv=sys.argv[:1], verbosity=2)

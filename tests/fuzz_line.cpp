@@ -8,12 +8,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size)
 {
     recording = Recording();
-    std::vector<std::string> words{"zelmar-frontend"};
-    std::istringstream input({data, size});
-    for (std::string word; std::getline(input, word);) {
-        words.push_back(word);
-    }
-    const Outcome run = runTool(words);
+    const Outcome run = runTool("zelmar-frontend\n" + std::string(data, size), '\n');
     if (run.status == 0 ? run.out.empty() && run.err.empty() : !run.out.empty() || run.err.empty()) {
         std::abort();
     }

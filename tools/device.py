@@ -7,10 +7,10 @@ import socket
 import sqlite3
 import subprocess
 import threading
-import time
 from collections import namedtuple
 from contextlib import closing, contextmanager
 from pathlib import Path
+from queue import SimpleQueue
 
 if os.environ.get("PRIVATE_OPT") != "1":
     raise SystemExit("This empties /opt: run it through tools/private-opt.")
@@ -34,7 +34,8 @@ class SystemLog:
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         Path("/dev/log").unlink(missing_ok=True)
         self.socket.bind("/dev/log")
-        self.lines = []
+        self.lines = SimpleQueue()
+        self.received = []
         self.watch = None  # called with each line as it comes, if set
         threading.Thread(target=self.read, daemon=True).start()
 
@@ -43,15 +44,13 @@ class SystemLog:
             line = self.socket.recv(1 << 20)
             if self.watch:
                 self.watch(line)
-            self.lines.append(line.decode("utf-8", "backslashreplace"))
+            self.lines.put(line.decode("utf-8", "backslashreplace"))
 
     def take(self):
         """The lines since the last call, as "<priority> message"; in `received`, they are as they came."""
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
             sender.sendto(b"end", "/dev/log")  # when it has come, so have all before it
-        while not self.lines or self.lines[-1] != "end":
-            time.sleep(0.001)
-        self.received, self.lines[:] = self.lines[:-1], []
+        self.received = list(iter(self.lines.get, "end"))
         return [re.sub(r"<(\d+)>.{15} ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
                 for line in self.received]
 
@@ -98,7 +97,7 @@ class Device:
         done = subprocess.run([*self.tool, *words], **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                                                        "timeout": 100, **options})
         out, err = ((text or b"").decode("utf-8", "backslashreplace") for text in (done.stdout, done.stderr))
-        assert done.returncode in (0, 255) or done.returncode < 0, err  # what a checker found that the tool runs under
+        assert done.returncode in (0, 255) or done.returncode < 0, err  # else what the tool runs under has found something
         return Run(done.returncode, out, err, self.log.take())
 
     def available(self, *names, **options):
@@ -136,16 +135,20 @@ def held_by_another(script, seconds):
     holder.executescript(script)
     release = threading.Timer(seconds, holder.close)
     release.start()
-    yield
-    release.cancel()
-    holder.close()
+    try:
+        yield
+    finally:
+        release.cancel()
+        holder.close()
 
 
 @contextmanager
 def mounted(place, *options):
     subprocess.run(["mount", *options, place], check=True)
-    yield
-    subprocess.run(["umount", place], check=True)
+    try:
+        yield
+    finally:
+        subprocess.run(["umount", place], check=True)
 
 
 def label(link):

@@ -60,22 +60,13 @@ int perm_app_setup_path(const char* pkg_id, const char* path, int app_path_type,
         answer("label " + std::string(pkg_id) + " " + path + " " + std::to_string(app_path_type) + " " + label, "0"));
 }
 
-const char* perm_strerror(int result)
-{
-    return result == 7 ? "no labels here" : "?";
-}
+const char* perm_strerror(int result) { return result == 7 ? "no labels here" : "?"; }
 
 namespace ZelmarDB {
 
-void KxDatabase::attachToThreadRW()
-{
-    answer("attach");
-}
+void KxDatabase::attachToThreadRW() { answer("attach"); }
 
-void KxDatabase::detachFromThread()
-{
-    answer("detach");
-}
+void KxDatabase::detachFromThread() { answer("detach"); }
 
 std::wstring KxWidgetDAOReadOnly::getTizenAppId() const
 {
