@@ -1,6 +1,7 @@
 """Prints a table of tools/bench, and how the tool does by the figures that it is to keep to, on tmpfs."""
 
 import csv
+import math
 import sys
 
 with open(sys.argv[1], newline="") as results:
@@ -20,8 +21,12 @@ def value(column, who, action, widgets):
     return float(next((row[column] for row in ROWS if key.items() <= row.items()), "nan"))
 
 
+def least(who, action, widgets):
+    return value("min_ms", who, action, widgets)
+
+
 def judge(text, found, at_most=None, at_least=None):
-    if found != found:
+    if math.isnan(found):
         return  # This run did not measure it.
     kept, limit = (found <= at_most, f"at most {at_most}") if at_most else (found >= at_least, f"at least {at_least}")
     print(f"{found:8.2f}  {'kept' if kept else 'MISSED'}, {limit}: {text}")
@@ -29,7 +34,6 @@ def judge(text, found, at_most=None, at_least=None):
 
 print_table()
 print()
-least = lambda who, action, widgets: value("min_ms", who, action, widgets)
 judge("start-up, times that of /bin/true", least("tool", "start-up", 0) / least("true", "start-up", 0), 3)
 judge("1,000 widgets available, times that of the stock peer",
       least("tool", "available", 1000) / least("peer", "available", 1000), 0.5)
