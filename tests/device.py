@@ -13,7 +13,7 @@ from pathlib import Path
 from queue import SimpleQueue
 
 if os.environ.get("PRIVATE_OPT") != "1":
-    raise SystemExit("This empties /opt: run it through tools/private-opt.")
+    raise SystemExit("This empties /opt: run it through tests/private-opt.")
 
 APPS = Path("/opt/usr/apps")
 STICK = Path("/opt/storage/usb/sda1")
