@@ -19,9 +19,9 @@ namespace {
 /** Records the call and gives the answer laid down for it, else `usual`. */
 std::string answer(const std::string& call, const std::string& usual = "")
 {
-    recording.story += call + "\n";
+    recording.lines.push_back("  " + call);
     const auto laidDown = recording.answers.find(call);
-    std::string given = laidDown == recording.answers.end() ? usual : laidDown->second;
+    const std::string given = laidDown == recording.answers.end() ? usual : laidDown->second;
     if (given == "WidgetNotExist") throw KxWidgetDAOReadOnly::Exception::WidgetNotExist("no such widget");
     if (given == "DatabaseError") throw KxWidgetDAOReadOnly::Exception::DatabaseError("disk I/O error");
     if (given == "SqlException") throw DPL::DB::SqlConnection::Exception::Base("no such file");
@@ -46,7 +46,7 @@ int __dlog_print(int priority, const char* tag, const char* format, ...)
     vsnprintf(line, sizeof line, text.c_str(), arguments);
     va_end(arguments);
     const bool usual = priority == 3 && tag == std::string("ZELMAR_INSTALLER");
-    recording.story += (usual ? "" : std::to_string(priority) + " " + tag + " ") + line + "\n";
+    recording.lines.push_back((usual ? "" : std::to_string(priority) + " " + tag + " ") + line);
     return 0;
 }
 
@@ -60,7 +60,7 @@ int perm_app_setup_path(const char* pkg_id, const char* path, int app_path_type,
         answer("label " + std::string(pkg_id) + " " + path + " " + std::to_string(app_path_type) + " " + label, "0"));
 }
 
-const char* perm_strerror(int result) { return result == 7 ? "no labels here" : "?"; }
+const char* perm_strerror(int result) { return result == -7 ? "no labels here" : "?"; }
 
 namespace ZelmarDB {
 

@@ -2,11 +2,12 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 /** What the tool asked of the platform, and what it is to be answered. */
 struct Recording {
-    /** One line for each log line and call, in order; the calls as the keys of `answers`. */
-    std::string story;
+    /** The log lines and the calls in order; the calls, indented, as the keys of `answers`. */
+    std::vector<std::string> lines;
 
     /**
      * By call ("setAvailable t.a 1"): the text or number to answer, or the exception to throw: "WidgetNotExist",
