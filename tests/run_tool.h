@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-// The tool's own `main`, which renamed_main.h lets stand beside a test program's.
+// The tool's own `main`, renamed when it is linked into a test program.
 extern "C" int zelmar_frontend_main(int argc, char** argv);
 
 struct Outcome {

@@ -1,21 +1,34 @@
 #pragma once
 
 #include <platform/dlog.h>
+#include <array>
+#include <string_view>
 
 namespace ZelmarFrontend {
 
 /** The priorities of the platform log that the tool uses. */
 enum LogPriority { LOG_PRIORITY_DEBUG = 3, LOG_PRIORITY_ERROR = 6 };
 
+/** A source file's name without folder and extension. One that does not fit is an error of the compiler's. */
+constexpr std::array<char, 64> unitName(std::string_view file)
+{
+    file.remove_prefix(file.rfind('/') + 1);
+    std::array<char, 64> name = {};
+    for (size_t i = 0; i < file.rfind('.'); ++i) {
+        name[i] = file[i];
+    }
+    return name;
+}
+
+/** The unit that is being compiled. */
+constexpr std::array<char, 64> UNIT_NAME = unitName(__BASE_FILE__);
+
 }  // namespace ZelmarFrontend
 
-/**
- * One line to the platform log: unit, function and number, then the message.
- * ZELMAR_UNIT is the source file's name without extension; the build sets it for each file.
- */
-#define ZELMAR_LOG(priority, number, format, ...)                                                                     \
-    __dlog_print(ZelmarFrontend::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, ZELMAR_UNIT, __func__, number, \
-                 ##__VA_ARGS__)
+/** One line to the platform log: unit, function and number, then the message. */
+#define ZELMAR_LOG(priority, number, format, ...)                                      \
+    __dlog_print(ZelmarFrontend::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, \
+                 ZelmarFrontend::UNIT_NAME.data(), __func__, number, ##__VA_ARGS__)
 
 #define LOG_DEBUG(...) ZELMAR_LOG(LOG_PRIORITY_DEBUG, __LINE__, __VA_ARGS__)
 
