@@ -15,11 +15,11 @@ bool DbConnectionWrapper::attachToThread()
         ZelmarDB::KxDatabase::attachToThreadRW();
         m_attached = true;
     } catch (const DPL::DB::SqlConnection::Exception::Base& e) {
-        LOG_DEBUG_AT(40, "SqlException caught: %s", e.message().c_str());
+        ZELMAR_DEBUG_AT(40, "SqlException caught: %s", e.message().c_str());
     } catch (const std::exception& e) {
-        LOG_DEBUG_AT(44, "Exception caught: %s", e.what());
+        ZELMAR_DEBUG_AT(44, "Exception caught: %s", e.what());
     } catch (...) {
-        LOG_DEBUG_AT(48, "Unknown exception caught! Cannot attach DB to thread!");
+        ZELMAR_DEBUG_AT(48, "Unknown exception caught! Cannot attach DB to thread!");
     }
     return m_attached;
 }
@@ -32,9 +32,9 @@ DbConnectionWrapper::~DbConnectionWrapper()
     try {
         ZelmarDB::KxDatabase::detachFromThread();
     } catch (const std::exception& e) {
-        LOG_DEBUG_AT(63, "Error, exception caught: %s", e.what());
+        ZELMAR_DEBUG_AT(63, "Error, exception caught: %s", e.what());
     } catch (...) {
-        LOG_DEBUG_AT(67, "Unknown exception caught");
+        ZELMAR_DEBUG_AT(67, "Unknown exception caught");
     }
 }
 

@@ -6,8 +6,8 @@
 
 namespace ZelmarFrontend {
 
-/** The priorities of the platform log that the tool uses. */
-enum LogPriority { LOG_PRIORITY_DEBUG = 3, LOG_PRIORITY_ERROR = 6 };
+/** Priorities of the platform log, as __dlog_print takes them. */
+enum LogPriority { DEBUG = 3, ERROR = 6 };
 
 /** A source file's name without folder and extension. One that does not fit is an error of the compiler's. */
 constexpr std::array<char, 64> unitName(std::string_view file)
@@ -26,20 +26,20 @@ constexpr std::array<char, 64> UNIT_NAME = unitName(__BASE_FILE__);
 }  // namespace ZelmarFrontend
 
 /** One line to the platform log: unit, function and number, then the message. */
-#define ZELMAR_LOG(priority, number, format, ...)                                      \
-    __dlog_print(ZelmarFrontend::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, \
+#define ZELMAR_LOG(priority, number, format, ...)                                                   \
+    __dlog_print(ZelmarFrontend::LogPriority::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, \
                  ZelmarFrontend::UNIT_NAME.data(), __func__, number, ##__VA_ARGS__)
 
-#define LOG_DEBUG(...) ZELMAR_LOG(LOG_PRIORITY_DEBUG, __LINE__, __VA_ARGS__)
+#define ZELMAR_DEBUG(...) ZELMAR_LOG(DEBUG, __LINE__, __VA_ARGS__)
 
 // Log parsers match these lines by their number, so it is given and stays when the file is edited.
-#define LOG_DEBUG_AT(number, ...) ZELMAR_LOG(LOG_PRIORITY_DEBUG, number, __VA_ARGS__)
-#define LOG_ERROR_AT(number, ...) ZELMAR_LOG(LOG_PRIORITY_ERROR, number, __VA_ARGS__)
+#define ZELMAR_DEBUG_AT(number, ...) ZELMAR_LOG(DEBUG, number, __VA_ARGS__)
+#define ZELMAR_ERROR_AT(number, ...) ZELMAR_LOG(ERROR, number, __VA_ARGS__)
 
 /** For a message whose format and arguments disagree on purpose; the caller says who relies on it. */
-#define LOG_DEBUG_MISMATCHED(...)                                                             \
-    do {                                                                                      \
-        _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wformat\"")         \
-            _Pragma("GCC diagnostic ignored \"-Wformat-extra-args\"") LOG_DEBUG(__VA_ARGS__); \
-        _Pragma("GCC diagnostic pop")                                                         \
+#define ZELMAR_DEBUG_MISMATCHED(...)                                                             \
+    do {                                                                                         \
+        _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wformat\"")            \
+            _Pragma("GCC diagnostic ignored \"-Wformat-extra-args\"") ZELMAR_DEBUG(__VA_ARGS__); \
+        _Pragma("GCC diagnostic pop")                                                            \
     } while (false)

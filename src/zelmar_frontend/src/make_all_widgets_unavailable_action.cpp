@@ -22,14 +22,14 @@ void MakeAllWidgetsUnavailableAction::runAction()
     std::vector<std::string> pkgIds;
     for (const auto& dao : KxWidgetDAOReadOnly::getAvailableWidgets()) {
         try {
-            LOG_DEBUG("Dao handle: %s", DPL::ToUTF8String(dao->getTizenAppId()).c_str());
+            ZELMAR_DEBUG("Dao handle: %s", DPL::ToUTF8String(dao->getTizenAppId()).c_str());
             if (const auto kxAppId = dao->getKxAppId()) {
                 pkgIds.push_back(DPL::ToUTF8String(*kxAppId));
             }
         } catch (const KxWidgetDAOReadOnly::Exception::WidgetNotExist& e) {
-            LOG_DEBUG("Widget not exist: %s", e.message().c_str());
+            ZELMAR_DEBUG("Widget not exist: %s", e.message().c_str());
         } catch (const KxWidgetDAOReadOnly::Exception::DatabaseError& e) {
-            LOG_DEBUG("Database error: %s", e.message().c_str());
+            ZELMAR_DEBUG("Database error: %s", e.message().c_str());
         }
     }
     if (pkgIds.empty()) {
@@ -45,12 +45,12 @@ void MakeAllWidgetsUnavailableAction::runAction()
 
 void MakeAllWidgetsUnavailableAction::cleanAction()
 {
-    LOG_DEBUG("Action's clean is not required.");
+    ZELMAR_DEBUG("Action's clean is not required.");
 }
 
 void MakeAllWidgetsUnavailableAction::rollbackAction() noexcept
 {
-    LOG_DEBUG("No action required");
+    ZELMAR_DEBUG("No action required");
 }
 
 }  // namespace ZelmarFrontend

@@ -42,7 +42,7 @@ LinksList createLinksList(const std::string& pkgId, const std::string& externalP
     boost::system::error_code error;
     if (!fs::is_regular_file(fs::status(imageTarget, error))) {
         // The reason stands where the path would; log parsers tell a missing image from a bad one by it.
-        LOG_DEBUG("File does not exist or is not regular file: %s", error.message().c_str());
+        ZELMAR_DEBUG("File does not exist or is not regular file: %s", error.message().c_str());
         return links;
     }
     links.emplace_back(imageTarget, imageLink);
@@ -53,7 +53,7 @@ LinksList createLinksList(const std::string& pkgId, const std::string& externalP
         if (fs::is_regular_file(fs::status(target, error))) {
             links.emplace_back(target, imageDir / name);
         } else {
-            LOG_DEBUG("Cannot find external path: %s, Skipping.", target.c_str());
+            ZELMAR_DEBUG("Cannot find external path: %s, Skipping.", target.c_str());
         }
     });
     return links;
@@ -68,20 +68,20 @@ const std::string MakeWidgetsAvailableAction::m_actionDescription(
 
 void MakeWidgetsAvailableAction::setRequiredParameters(const boost::program_options::variables_map& vm)
 {
-    LOG_DEBUG("Parsing required parameters");
+    ZELMAR_DEBUG("Parsing required parameters");
 
     if (vm.count("path") == 0) {
         throw std::runtime_error("External path is not specified");
     }
     m_externalPath = vm["path"].as<fs::path>().string();
     if (!fs::is_directory(fs::status(m_externalPath))) {
-        LOG_DEBUG("External path does not exist or is not a directory: %s", m_externalPath.c_str());
+        ZELMAR_DEBUG("External path does not exist or is not a directory: %s", m_externalPath.c_str());
         throw std::runtime_error("External path does not exist or is not a directory");
     }
     // Checked from the working directory, resolved from the mount root: callers that pass a relative path run in that
     // root, where both agree.
     m_externalPath = fs::canonical(m_externalPath, EXTERNAL_STORAGE_ROOT).string();
-    LOG_DEBUG("External path: %s", m_externalPath.c_str());
+    ZELMAR_DEBUG("External path: %s", m_externalPath.c_str());
 
     if (vm.count("kxAppId") == 0) {
         throw std::runtime_error("KxAppId not found");
@@ -93,21 +93,21 @@ void MakeWidgetsAvailableAction::setRequiredParameters(const boost::program_opti
 
 void MakeWidgetsAvailableAction::runAction()
 {
-    LOG_DEBUG("Running action: %s", m_actionName.c_str());
+    ZELMAR_DEBUG("Running action: %s", m_actionName.c_str());
 
     // Links first, the state last: a widget is marked available only once its links stand. Each undo is registered as
     // soon as there is something to undo, and runs in cleanAction.
     for (ProcessedWidget& widget : m_widgets) {
         const std::string pkgId = widget.getPkgId();
-        LOG_DEBUG("===== Processing widget: %s ======", pkgId.c_str());
+        ZELMAR_DEBUG("===== Processing widget: %s ======", pkgId.c_str());
 
         if (!widget.isWidgetInstalled()) {
-            LOG_DEBUG("Widget is not installed. pkgId: %s", pkgId.c_str());
+            ZELMAR_DEBUG("Widget is not installed. pkgId: %s", pkgId.c_str());
             failWidget(widget, ERROR_WIDGET_IS_NOT_INSTALLED);
             continue;
         }
         if (!widget.isInstalledOnUSB()) {
-            LOG_DEBUG("Widget is Installed on local storage. PkgId: %s", pkgId.c_str());
+            ZELMAR_DEBUG("Widget is Installed on local storage. PkgId: %s", pkgId.c_str());
             failWidget(widget, ERROR_LOCAL_STORAGE_USED);
             continue;
         }
@@ -115,9 +115,9 @@ void MakeWidgetsAvailableAction::runAction()
         const fs::path imageDir = imageDirectory(pkgId);
         boost::system::error_code error;
         if (!fs::is_directory(fs::status(imageDir, error))) {
-            LOG_DEBUG("Cannot find installation dir: %s", imageDir.c_str());
+            ZELMAR_DEBUG("Cannot find installation dir: %s", imageDir.c_str());
             if (error) {
-                LOG_DEBUG("error message :%s", error.message().c_str());
+                ZELMAR_DEBUG("error message :%s", error.message().c_str());
             }
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
@@ -125,7 +125,7 @@ void MakeWidgetsAvailableAction::runAction()
         // Only a check; the links go through the path as it stands.
         fs::path canonicalDir = imageDir;
         if (!canonicalizePath(canonicalDir, INSTALLATION_ROOT)) {
-            LOG_DEBUG("Local destination path is not valid");
+            ZELMAR_DEBUG("Local destination path is not valid");
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
@@ -133,20 +133,20 @@ void MakeWidgetsAvailableAction::runAction()
         try {
             createSymlinks(pkgId);
         } catch (const KxWrtFrontendActionException&) {
-            LOG_DEBUG("Cannot create symlinks. Cleaning...");
+            ZELMAR_DEBUG("Cannot create symlinks. Cleaning...");
             failWidget(widget, ERROR_SYMLINKS_CREATE);
             continue;
         }
 
         if (!widget.setExternalStoragePath(contentDirectory(m_externalPath, pkgId).string())) {
-            LOG_DEBUG("Cannot set external storage path. Cleaning...");
+            ZELMAR_DEBUG("Cannot set external storage path. Cleaning...");
             failWidget(widget, ERROR_UNKNOWN);
             continue;
         }
         m_actionSupport.addCleanFunction(pkgId, &ProcessedWidget::setExternalStoragePath, &widget, "");
 
         if (!widget.setWidgetStateAvailable()) {
-            LOG_DEBUG("Cannot update db, pkgId: %s. Cleaning...", pkgId.c_str());
+            ZELMAR_DEBUG("Cannot update db, pkgId: %s. Cleaning...", pkgId.c_str());
             failWidget(widget, ERROR_UNKNOWN);
             continue;
         }
@@ -158,36 +158,36 @@ void MakeWidgetsAvailableAction::runAction()
 
 void MakeWidgetsAvailableAction::createSymlinks(const std::string& pkgId)
 {
-    LOG_DEBUG("Creating symlinks, pkgId: %s", pkgId.c_str());
+    ZELMAR_DEBUG("Creating symlinks, pkgId: %s", pkgId.c_str());
 
     for (const auto& [target, link] : createLinksList(pkgId, m_externalPath)) {
-        LOG_DEBUG("Preparing link: %s ---> %s", target.c_str(), link.c_str());
+        ZELMAR_DEBUG("Preparing link: %s ---> %s", target.c_str(), link.c_str());
 
         boost::system::error_code error;
         if (fs::is_symlink(fs::symlink_status(link, error))) {
-            LOG_DEBUG("Removing old symlink: %s", link.c_str());
+            ZELMAR_DEBUG("Removing old symlink: %s", link.c_str());
             if (!fs::remove(link, error)) {
-                LOG_DEBUG("Cannot remove old symlink");
+                ZELMAR_DEBUG("Cannot remove old symlink");
                 throw KxWrtFrontendActionException("");
             }
         }
 
         fs::create_symlink(target, link, error);
         if (error) {
-            LOG_DEBUG("Symlink create failed: [%s]", error.message().c_str());
+            ZELMAR_DEBUG("Symlink create failed: [%s]", error.message().c_str());
             throw KxWrtFrontendActionException("");
         }
         if (!fs::is_symlink(fs::symlink_status(link, error))) {
-            LOG_DEBUG("Symlink create failed: [%s]", error.message().c_str());
+            ZELMAR_DEBUG("Symlink create failed: [%s]", error.message().c_str());
             throw KxWrtFrontendActionException("");
         }
         // Before the label, so that a link that could not be labelled goes too.
         m_actionSupport.addCleanFunction(pkgId, &removeSymlink, link);
 
-        LOG_DEBUG("Preaparing smack labels");
+        ZELMAR_DEBUG("Preaparing smack labels");
         const int result = perm_app_setup_path(pkgId.c_str(), link.c_str(), 0, "_");
         if (result != 0) {
-            LOG_DEBUG("Privilege error: %s", perm_strerror(result));
+            ZELMAR_DEBUG("Privilege error: %s", perm_strerror(result));
             throw KxWrtFrontendActionException("");
         }
     }
@@ -200,7 +200,7 @@ std::string MakeWidgetsAvailableAction::getActionResult() const
 
 void MakeWidgetsAvailableAction::cleanAction()
 {
-    LOG_DEBUG("Cleaning...");
+    ZELMAR_DEBUG("Cleaning...");
     for (const ProcessedWidget& widget : m_widgets) {
         if (widget.getWidgetActionStatus() == FAIL) {
             m_actionSupport.runCleanFunctions(widget.getPkgId());
@@ -210,7 +210,7 @@ void MakeWidgetsAvailableAction::cleanAction()
 
 void MakeWidgetsAvailableAction::rollbackAction() noexcept
 {
-    LOG_DEBUG("Rolling back action");
+    ZELMAR_DEBUG("Rolling back action");
     try {
         for (const ProcessedWidget& widget : m_widgets) {
             if (widget.getWidgetActionStatus() != NOT_PROCESSED) {
@@ -218,9 +218,9 @@ void MakeWidgetsAvailableAction::rollbackAction() noexcept
             }
         }
     } catch (const std::exception& e) {
-        LOG_DEBUG("Exception: %s", e.what());
+        ZELMAR_DEBUG("Exception: %s", e.what());
     } catch (...) {
-        LOG_DEBUG("Unhandled exception caught");
+        ZELMAR_DEBUG("Unhandled exception caught");
     }
 }
 

@@ -17,7 +17,7 @@ const std::string MakeWidgetsUnavailableAction::m_actionDescription("Sets a widg
 
 void MakeWidgetsUnavailableAction::setRequiredParameters(const boost::program_options::variables_map& vm)
 {
-    LOG_DEBUG("Parsing required parameters");
+    ZELMAR_DEBUG("Parsing required parameters");
 
     if (vm.count("kxAppId") == 0) {
         throw std::runtime_error("KxAppId not found");
@@ -32,14 +32,14 @@ void MakeWidgetsUnavailableAction::setRequiredParameters(const std::vector<std::
 
 void MakeWidgetsUnavailableAction::runAction()
 {
-    LOG_DEBUG("Running action: %s", m_actionName.c_str());
+    ZELMAR_DEBUG("Running action: %s", m_actionName.c_str());
 
     // The path first, the state last; nothing is taken back when a later step fails, since the storage is gone.
     for (ProcessedWidget& widget : m_widgets) {
         const std::string pkgId = widget.getPkgId();
 
         if (!widget.isWidgetInstalled()) {
-            LOG_DEBUG("Widget is not installed. PkgId: %s", pkgId.c_str());
+            ZELMAR_DEBUG("Widget is not installed. PkgId: %s", pkgId.c_str());
             failWidget(widget, ERROR_WIDGET_IS_NOT_INSTALLED);
             continue;
         }
@@ -49,8 +49,8 @@ void MakeWidgetsUnavailableAction::runAction()
         if (!fs::exists(imageDir, error) || !fs::is_directory(imageDir, error)) {
             // "%e", then "rror", kept: log parsers expect a number and "rror" here. The number means nothing, since
             // "%e" takes no text; it is the last conversion, so nothing after it is misread.
-            LOG_DEBUG_MISMATCHED("Cannot find widget install path: %s, %error", imageDir.c_str(),
-                                 error.message().c_str());
+            ZELMAR_DEBUG_MISMATCHED("Cannot find widget install path: %s, %error", imageDir.c_str(),
+                                    error.message().c_str());
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
@@ -58,18 +58,18 @@ void MakeWidgetsUnavailableAction::runAction()
         fs::path canonicalDir = imageDir;
         if (!canonicalizePath(canonicalDir, INSTALLATION_ROOT)) {
             // Log parsers match the misspelt line as a whole; the path travels with it and is not printed.
-            LOG_DEBUG_MISMATCHED("Install path is not vaild", imageDir.c_str());
+            ZELMAR_DEBUG_MISMATCHED("Install path is not vaild", imageDir.c_str());
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
 
         if (!widget.setExternalStoragePath("")) {
-            LOG_DEBUG("Cannot change external storage path");
+            ZELMAR_DEBUG("Cannot change external storage path");
         }
         removeSymlinks(pkgId);
         if (!widget.setWidgetStateUnavailable()) {
             // Log parsers match the line up to its end; the identifier travels with it and is not printed.
-            LOG_DEBUG_MISMATCHED("Cannot change widget state, pkgid: ", pkgId.c_str());
+            ZELMAR_DEBUG_MISMATCHED("Cannot change widget state, pkgid: ", pkgId.c_str());
             failWidget(widget, ERROR_UNKNOWN);
             continue;
         }
@@ -84,12 +84,12 @@ std::string MakeWidgetsUnavailableAction::getActionResult() const
 
 void MakeWidgetsUnavailableAction::cleanAction()
 {
-    LOG_DEBUG("Action's clean is not required.");
+    ZELMAR_DEBUG("Action's clean is not required.");
 }
 
 void MakeWidgetsUnavailableAction::rollbackAction() noexcept
 {
-    LOG_DEBUG("No rollback required.");
+    ZELMAR_DEBUG("No rollback required.");
 }
 
 }  // namespace ZelmarFrontend

@@ -22,14 +22,14 @@ ProcessedWidget::ProcessedWidget(const std::string& pkgId, const std::string& st
 
 bool ProcessedWidget::setWidgetStateAvailable()
 {
-    LOG_DEBUG_AT(58, "Updating DB, pkgId: %s", m_pkgId.c_str());
+    ZELMAR_DEBUG_AT(58, "Updating DB, pkgId: %s", m_pkgId.c_str());
     try {
         KxWidgetDAO::setAvailable(m_tizenAppId, true);
     } catch (const KxWidgetDAOReadOnly::Exception::WidgetNotExist& e) {
-        LOG_DEBUG_AT(66, "Database error: %s", e.message().c_str());
+        ZELMAR_DEBUG_AT(66, "Database error: %s", e.message().c_str());
         return false;
     } catch (const KxWidgetDAOReadOnly::Exception::DatabaseError& e) {
-        LOG_DEBUG_AT(70, "Database error: %s", e.message().c_str());
+        ZELMAR_DEBUG_AT(70, "Database error: %s", e.message().c_str());
         return false;
     }
     return true;
@@ -38,14 +38,14 @@ bool ProcessedWidget::setWidgetStateAvailable()
 bool ProcessedWidget::setWidgetStateUnavailable()
 {
     // The name differs from its twin's above; log parsers tell the two updates apart by it.
-    LOG_DEBUG_AT(77, "Updating DB, kxAppId: %s", m_pkgId.c_str());
+    ZELMAR_DEBUG_AT(77, "Updating DB, kxAppId: %s", m_pkgId.c_str());
     try {
         KxWidgetDAO::setAvailable(m_tizenAppId, false);
     } catch (const KxWidgetDAOReadOnly::Exception::WidgetNotExist& e) {
-        LOG_DEBUG_AT(85, "Database error: %s", e.message().c_str());
+        ZELMAR_DEBUG_AT(85, "Database error: %s", e.message().c_str());
         return false;
     } catch (const KxWidgetDAOReadOnly::Exception::DatabaseError& e) {
-        LOG_DEBUG_AT(89, "Database error: %s", e.message().c_str());
+        ZELMAR_DEBUG_AT(89, "Database error: %s", e.message().c_str());
         return false;
     }
     return true;
@@ -57,7 +57,7 @@ bool ProcessedWidget::setExternalStoragePath(const std::string& path)
         const boost::optional<std::wstring> storagePath(DPL::FromUTF8String(path));
         KxWidgetDAO::setExternalStoragePath(m_tizenAppId, storagePath);
     } catch (const KxWidgetDAOReadOnly::Exception::Base& e) {
-        LOG_DEBUG_AT(105, "Database error: %s", e.message().c_str());
+        ZELMAR_DEBUG_AT(105, "Database error: %s", e.message().c_str());
         return false;
     }
     return true;
@@ -66,13 +66,13 @@ bool ProcessedWidget::setExternalStoragePath(const std::string& path)
 bool ProcessedWidget::isWidgetInstalled() const
 {
     if (m_tizenAppId.empty()) {
-        LOG_DEBUG_AT(129, "TizenAppId is empty, probably widget is not installed");
+        ZELMAR_DEBUG_AT(129, "TizenAppId is empty, probably widget is not installed");
         return false;
     }
     try {
         return KxWidgetDAOReadOnly::isWidgetInstalled(m_tizenAppId);
     } catch (const KxWidgetDAOReadOnly::Exception::WidgetNotExist&) {
-        LOG_DEBUG_AT(139, "Widget not exist, pkgId: %s", m_pkgId.c_str());
+        ZELMAR_DEBUG_AT(139, "Widget not exist, pkgId: %s", m_pkgId.c_str());
         return false;
     }
 }
@@ -86,9 +86,9 @@ bool ProcessedWidget::isInstalledOnUSB() const
         }
         return KxWidgetDAO(handle).isInstalledOnUSB();
     } catch (const KxWidgetDAOReadOnly::Exception::WidgetNotExist& e) {
-        LOG_DEBUG_AT(190, "Database error: %s", e.message().c_str());
+        ZELMAR_DEBUG_AT(190, "Database error: %s", e.message().c_str());
     } catch (const KxWidgetDAOReadOnly::Exception::DatabaseError& e) {
-        LOG_DEBUG_AT(194, "Database error: %s", e.message().c_str());
+        ZELMAR_DEBUG_AT(194, "Database error: %s", e.message().c_str());
     }
     return false;
 }

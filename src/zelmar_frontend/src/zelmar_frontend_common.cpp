@@ -37,11 +37,11 @@ std::string imageFileLink(const std::string& pkgId)
 
 bool canonicalizePath(fs::path& path, const fs::path& base)
 {
-    LOG_DEBUG("Path to check: %s", path.c_str());
+    ZELMAR_DEBUG("Path to check: %s", path.c_str());
     boost::system::error_code error;
     path = fs::canonical(path, base, error);
     if (error) {
-        LOG_DEBUG("Cannot canonicalize current path. Error: %s", error.message().c_str());
+        ZELMAR_DEBUG("Cannot canonicalize current path. Error: %s", error.message().c_str());
         return false;
     }
     return true;
@@ -54,15 +54,15 @@ void removeSymlink(const fs::path& path)
         return;
     }
     if (fs::remove(path, error)) {
-        LOG_DEBUG("Symlink has been removed: %s", path.c_str());
+        ZELMAR_DEBUG("Symlink has been removed: %s", path.c_str());
     } else {
-        LOG_DEBUG("Cannot remove symlink: %s, error: %s", path.c_str(), error.message().c_str());
+        ZELMAR_DEBUG("Cannot remove symlink: %s, error: %s", path.c_str(), error.message().c_str());
     }
 }
 
 void removeSymlinks(const std::string& pkgId)
 {
-    LOG_DEBUG("Removing symlinks");
+    ZELMAR_DEBUG("Removing symlinks");
     const fs::path imageDir = imageDirectory(pkgId);
     removeSymlink(imageFileLink(pkgId));
     for (const std::string& name : LINKED_METADATA_FILES) {

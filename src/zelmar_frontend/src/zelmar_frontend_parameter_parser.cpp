@@ -32,7 +32,7 @@ bool bringsPlaceholder(const std::string& option)
 KxWrtFrontendParameterParser::KxWrtFrontendParameterParser(
     int argc, const char* const argv[], const std::list<std::unique_ptr<IKxWrtFrontendAction>>& actions)
 {
-    LOG_DEBUG_AT(47, "Parsing command line arguments");
+    ZELMAR_DEBUG_AT(47, "Parsing command line arguments");
 
     po::options_description allowed("Allowed options");
     allowed.add_options()("help", "Produce_help_message.");
@@ -83,7 +83,7 @@ KxWrtFrontendParameterParser::KxWrtFrontendParameterParser(
         if (!m_chosenAction.empty()) {
             throw std::runtime_error("Multiple actions selected");
         }
-        LOG_DEBUG_AT(95, "Selected action name: %s", name.c_str());
+        ZELMAR_DEBUG_AT(95, "Selected action name: %s", name.c_str());
         m_chosenAction = name;
     });
 }
