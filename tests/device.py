@@ -51,7 +51,7 @@ class SystemLog:
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
             sender.sendto(b"end", "/dev/log")  # when it has come, so have all before it
         self.received = list(iter(self.lines.get, "end"))
-        return [re.sub(r"<(\d+)>.{15} ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
+        return [re.sub(r"<(\d+)>ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
                 for line in self.received]
 
 
