@@ -1,12 +1,31 @@
+#include <fcntl.h>
 #include <platform/privilege_control.h>
+#include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <string>
 
 namespace {
 
 constexpr int PATH_TYPE_WITH_LABEL = 0;
+
+/** Labels the open link; 0, or the system's error code. Whatever stands at the link's path by now is left alone. */
+int labelLink(int link, const char* label)
+{
+    struct stat status = {};
+    if (fstat(link, &status) != 0) {
+        return errno;
+    }
+    if (!S_ISLNK(status.st_mode)) {
+        return EINVAL;
+    }
+    // The one way to an attribute of what is open for its path only.
+    const std::string openLink = "/proc/self/fd/" + std::to_string(link);
+    return setxattr(openLink.c_str(), "security.SMACK64", label, std::strlen(label), 0) == 0 ? 0 : errno;
+}
 
 }  // namespace
 
@@ -19,7 +38,16 @@ int perm_app_setup_path(const char*, const char* path, int app_path_type, ...)
     va_start(arguments, app_path_type);
     const char* label = va_arg(arguments, const char*);
     va_end(arguments);
-    return lsetxattr(path, "security.SMACK64", label, std::strlen(label), 0) == 0 ? 0 : errno;
+
+    // The owner of the folder can put another file in the link's place at any moment: what is labelled is what was
+    // opened and seen to be a link.
+    const int link = open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    if (link < 0) {
+        return errno;
+    }
+    const int result = labelLink(link, label);
+    close(link);
+    return result;
 }
 
 const char* perm_strerror(int result)

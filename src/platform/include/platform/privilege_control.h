@@ -1,8 +1,9 @@
 #pragma once
 
 /**
- * Labels `path` itself, not what it links to, for access by the application `pkg_id`. The label is the one variadic
- * argument, a C string; 0 is the one `app_path_type` known. Returns 0, or else what perm_strerror puts into words.
+ * Labels the symbolic link `path`, not what it leads to, for access by the application `pkg_id`; refuses anything but a
+ * link. The label is the one variadic argument, a C string; 0 is the one `app_path_type` known. Returns 0, or else what
+ * perm_strerror puts into words.
  */
 extern "C" int perm_app_setup_path(const char* pkg_id, const char* path, int app_path_type, ...);
 
