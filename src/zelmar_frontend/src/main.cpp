@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -20,14 +22,30 @@
 
 using namespace ZelmarFrontend;
 
+namespace {
+
+/** Takes the standard descriptors that the caller closed, so that no message lands in a file or socket opened later. */
+void fillStandardDescriptors()
+{
+    int descriptor;
+    do {
+        descriptor = open("/", O_PATH | O_CLOEXEC);  // a write to it fails, as one to a closed descriptor does
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    close(descriptor);
+}
+
+}  // namespace
+
 int main(int argc, char** argv)
 {
-    // A reader that went away must show up as a failed write, so that the action is rolled back.
+    fillStandardDescriptors();
+    // A reader that went away, or a file that may not grow, must show up as a failed write: the action is then undone.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 
     DbConnectionWrapper dbConnection;
     if (!dbConnection.attachToThread()) {
-        LOG_ERROR_AT(41, "Cannot attach DBConnection to current thread");
+        ZELMAR_ERROR_AT(41, "Cannot attach DBConnection to current thread");
         std::cerr << "Cannot attach DBConnection to current thread" << std::endl;
         return -1;
     }
@@ -52,7 +70,7 @@ int main(int argc, char** argv)
         chosenAction = std::move(*chosen);
         chosenAction->setRequiredParameters(parser.getParametersMap());
     } catch (const std::exception& e) {
-        LOG_DEBUG_AT(78, "Input parameters error: %s", e.what());
+        ZELMAR_DEBUG_AT(78, "Input parameters error: %s", e.what());
         std::cerr << e.what() << std::endl;
         return -1;
     }
@@ -61,13 +79,13 @@ int main(int argc, char** argv)
         chosenAction->runAction();
         chosenAction->cleanAction();
         const std::string result = chosenAction->getActionResult();
-        LOG_DEBUG_AT(88, "chosenAction result : %s", result.c_str());
+        ZELMAR_DEBUG_AT(88, "chosenAction result : %s", result.c_str());
         std::cout << result << std::endl;
         if (!std::cout) {
             throw std::system_error(errno, std::generic_category(), "Cannot write the result line to standard output");
         }
     } catch (const std::exception& e) {
-        LOG_DEBUG_AT(93, "Internal action's error: %s", e.what());
+        ZELMAR_DEBUG_AT(93, "Internal action's error: %s", e.what());
         chosenAction->rollbackAction();
         std::cerr << e.what() << std::endl;
         return -1;
