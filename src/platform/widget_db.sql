@@ -1,4 +1,7 @@
--- The widget database. To create it: sqlite3 /opt/usr/zelmar/widgets.db < widget_db.sql
+-- The widget database. To create it, once:
+--     sqlite3 -bail -cmd '.dbconfig no_ckpt_on_close on' /opt/usr/zelmar/widgets.db < widget_db.sql > /dev/null
+-- The setting leaves the write-ahead log in place when the database is closed. Every connection that may be the last one
+-- needs it: who may only read the database cannot open it without its log.
 
 -- A change writes whole pages to the log, and each is small: small pages make a run write a fraction.
 PRAGMA page_size = 512;
@@ -9,7 +12,8 @@ BEGIN;
 CREATE TABLE widget (
     handle INTEGER PRIMARY KEY CHECK (handle BETWEEN 0 AND 2147483647),
     tizen_app_id TEXT NOT NULL UNIQUE,
-    kx_app_id TEXT UNIQUE,                    -- NULL: has none
+    kx_app_id TEXT UNIQUE                     -- NULL: has none; it becomes part of file names
+        CHECK (instr(kx_app_id, '/') = 0 AND instr(kx_app_id, char(0)) = 0),
     installed_on_usb INTEGER NOT NULL DEFAULT 0 CHECK (installed_on_usb IN (0, 1)),
     available INTEGER NOT NULL DEFAULT 0 CHECK (available IN (0, 1)),
     external_storage_path TEXT                -- NULL: never set; '': cleared
