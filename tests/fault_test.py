@@ -78,7 +78,7 @@ class FaultTest(unittest.TestCase):
     def test_a_database_held_by_others(self):
         for trouble, out, err, seconds in (
                 (held_by_another("BEGIN IMMEDIATE", 1), BOTH, "", 1),
-                (held_by_another("BEGIN IMMEDIATE", 99), NONE, "", 10),
+                (held_by_another("BEGIN IMMEDIATE", 99), NONE, "", 5),
                 (held_by_another(EXCLUSIVE, 1), BOTH, "", 1),
                 (held_by_another(EXCLUSIVE, 99), "", UNATTACHED, 5),
                 (mounted(DATABASE.parent, "--bind", "-o", "ro", DATABASE.parent), "", UNATTACHED, 0),
@@ -95,8 +95,10 @@ class FaultTest(unittest.TestCase):
         subprocess.run(["sqlite3", DATABASE, script], stdout=subprocess.DEVNULL)
         kept, verdicts, filler = DATABASE.read_bytes(), set(), DATABASE.parent / "filler"
         with mounted(DATABASE.parent, "-t", "tmpfs", "-o", "size=256k", "none"):
-            DATABASE.write_bytes(kept)
             for free in range(16):
+                for file in DATABASE.parent.iterdir():
+                    file.unlink()
+                DATABASE.write_bytes(kept)
                 filler.write_bytes(bytes((64 - free) * 4096 - len(kept)))
                 run = self.run_in()
                 filler.unlink()

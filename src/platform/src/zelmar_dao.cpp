@@ -1,9 +1,5 @@
-#include <SQLiteCpp/SQLiteCpp.h>
 #include <platform/zelmar_dao.h>
-#include <sqlite3.h>
-#include <unistd.h>
 #include <array>
-#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -11,19 +7,11 @@
 #include <string>
 #include <utility>
 
+#include "widget_database.h"
+
 namespace ZelmarDB {
 
 namespace {
-
-constexpr char DATABASE_FILE[] = "/opt/usr/zelmar/widgets.db";
-constexpr int APPLICATION_ID = 0x5a4b5857;  // as widget_db.sql sets it
-constexpr int SCHEMA_VERSION = 1;
-constexpr int BUSY_TIMEOUT_MS = 5000;
-
-// The write-ahead log takes at most 8 MiB of the device: when it holds this much, it is copied into the database. Each
-// page in it has a header.
-constexpr int LOG_LIMIT_BYTES = 7 << 20;
-constexpr int LOG_PAGE_HEADER_BYTES = 24;
 
 enum Query {
     FIND_BY_KX_APP_ID,
@@ -53,74 +41,25 @@ constexpr QueryText QUERIES[QUERY_COUNT] = {
     {"Set a widget's external storage path", "UPDATE widget SET external_storage_path = ?2 WHERE tizen_app_id = ?1"},
 };
 
-/** The open database; throws SQLite::Exception. */
-class Connection {
-public:
-    Connection();
-
-    /** Prepared at its first use. */
-    SQLite::Statement& statement(Query query);
-
-    /** Brings what this connection wrote to the disk, whoever else has the database open. Returns SQLite's code. */
-    int syncLog();
-
-private:
-    int readInt(const char* sql) { return m_database.execAndGet(sql).getInt(); }
-
-    SQLite::Database m_database;
-    std::array<std::optional<SQLite::Statement>, QUERY_COUNT> m_statements;
+struct Attachment {
+    WidgetDatabase database;
+    // Each prepared at its first use.
+    std::array<std::optional<SQLite::Statement>, QUERY_COUNT> statements;
 };
 
-/** The database's path. Throws the system's reason if it cannot be read and written; SQLite's own text omits it. */
-const char* accessibleDatabaseFile()
-{
-    if (access(DATABASE_FILE, R_OK | W_OK) != 0) {
-        throw SQLite::Exception(std::strerror(errno));
-    }
-    return DATABASE_FILE;
-}
+thread_local std::unique_ptr<Attachment> t_attachment;
 
-Connection::Connection() : m_database(accessibleDatabaseFile(), SQLite::OPEN_READWRITE, BUSY_TIMEOUT_MS)
+SQLite::Statement& preparedStatement(Query query)
 {
-    if (readInt("PRAGMA application_id") != APPLICATION_ID) {
-        throw SQLite::Exception("not a widget database");
+    if (!t_attachment) {
+        throw SQLite::Exception("the thread is not attached to the database");
     }
-    const int version = readInt("PRAGMA user_version");
-    if (version != SCHEMA_VERSION) {
-        throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
-                                std::to_string(SCHEMA_VERSION));
-    }
-    if (m_database.execAndGet("PRAGMA journal_mode = WAL").getString() != "wal") {
-        throw SQLite::Exception("no write-ahead log");
-    }
-    // A commit only writes to the log; SQLite syncs when it copies the log into the database, and syncLog does.
-    m_database.exec("PRAGMA synchronous = NORMAL");
-    // Each row is visited once, in passing; SQLite would keep 2 MB of them.
-    m_database.exec("PRAGMA cache_size = -256");
-    const int logPages = LOG_LIMIT_BYTES / (readInt("PRAGMA page_size") + LOG_PAGE_HEADER_BYTES);
-    m_database.exec("PRAGMA wal_autocheckpoint = " + std::to_string(logPages));
-}
-
-SQLite::Statement& Connection::statement(Query query)
-{
-    std::optional<SQLite::Statement>& statement = m_statements[query];
+    std::optional<SQLite::Statement>& statement = t_attachment->statements[query];
     if (!statement) {
-        statement.emplace(m_database, QUERIES[query].sql);
+        statement.emplace(t_attachment->database.prepare(QUERIES[query].sql));
     }
     return *statement;
 }
-
-int Connection::syncLog()
-{
-    if (m_database.getTotalChanges() == 0) {
-        return SQLITE_OK;
-    }
-    sqlite3_file* log = nullptr;
-    const int code = sqlite3_file_control(m_database.getHandle(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
-    return code == SQLITE_OK ? log->pMethods->xSync(log, SQLITE_SYNC_NORMAL) : code;
-}
-
-thread_local std::unique_ptr<Connection> t_connection;
 
 /** Resets the statement at the end of the scope, and with that gives back the locks it took. */
 class ResetAtEnd {
@@ -139,10 +78,7 @@ template <typename Function>
 auto ask(Query query, Function use)
 {
     try {
-        if (!t_connection) {
-            throw SQLite::Exception("the thread is not attached to the database");
-        }
-        SQLite::Statement& statement = t_connection->statement(query);
+        SQLite::Statement& statement = preparedStatement(query);
         const ResetAtEnd reset(statement);
         return use(statement);
     } catch (const std::runtime_error& e) {  // SQLite's, or that of a text that is not UTF-8
@@ -174,14 +110,15 @@ auto askWidget(Query query, int handle, Function read)
 template <typename Function>
 void update(Query query, const std::wstring& tizenAppId, Function bindValue)
 {
-    const std::string key = DPL::ToUTF8String(tizenAppId);
     ask(query, [&](SQLite::Statement& statement) {
+        const std::string key = DPL::ToUTF8String(tizenAppId);
         statement.bind(1, key);
         bindValue(statement);
         if (statement.exec() == 0) {
             throw noWidget(query, "TizenAppId " + key);
         }
     });
+    t_attachment->database.tendLog();
 }
 
 std::wstring wideText(const SQLite::Column& column)
@@ -193,8 +130,11 @@ std::wstring wideText(const SQLite::Column& column)
 
 void KxDatabase::attachToThreadRW()
 {
+    if (t_attachment) {
+        return;
+    }
     try {
-        t_connection = std::make_unique<Connection>();
+        t_attachment = std::make_unique<Attachment>();
     } catch (const SQLite::Exception& e) {
         throw DPL::DB::SqlConnection::Exception::Base(std::string("Open ") + DATABASE_FILE + ": " + e.what());
     }
@@ -202,11 +142,11 @@ void KxDatabase::attachToThreadRW()
 
 void KxDatabase::detachFromThread()
 {
-    const std::unique_ptr<Connection> connection = std::move(t_connection);
-    const int code = connection ? connection->syncLog() : SQLITE_OK;
-    if (code != SQLITE_OK) {
-        throw KxWidgetDAOReadOnly::Exception::DatabaseError(std::string("Sync the write-ahead log of ") +
-                                                            DATABASE_FILE + ": " + sqlite3_errstr(code));
+    const std::unique_ptr<Attachment> attachment = std::move(t_attachment);
+    const int error = attachment ? attachment->database.bringToDisk() : 0;
+    if (error != 0) {
+        throw KxWidgetDAOReadOnly::Exception::DatabaseError(std::string("Sync the links and ") + DATABASE_FILE + ": " +
+                                                            std::strerror(error));
     }
 }
 
@@ -230,9 +170,8 @@ bool KxWidgetDAOReadOnly::isInstalledOnUSB() const
 
 std::wstring KxWidgetDAOReadOnly::getTizenAppIdFromKxAppId(const std::wstring& kxAppId)
 {
-    const std::string key = DPL::ToUTF8String(kxAppId);
     return ask(FIND_BY_KX_APP_ID, [&](SQLite::Statement& statement) {
-        statement.bind(1, key);
+        statement.bind(1, DPL::ToUTF8String(kxAppId));
         return statement.executeStep() ? wideText(statement.getColumn(0)) : std::wstring();
     });
 }
@@ -244,9 +183,8 @@ bool KxWidgetDAOReadOnly::isWidgetInstalled(const std::wstring& tizenAppId)
 
 int KxWidgetDAOReadOnly::getHandleFromTizenAppId(const std::wstring& tizenAppId)
 {
-    const std::string key = DPL::ToUTF8String(tizenAppId);
     return ask(FIND_BY_TIZEN_APP_ID, [&](SQLite::Statement& statement) {
-        statement.bind(1, key);
+        statement.bind(1, DPL::ToUTF8String(tizenAppId));
         return statement.executeStep() ? statement.getColumn(0).getInt() : -1;
     });
 }

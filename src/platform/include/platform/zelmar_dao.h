@@ -9,15 +9,21 @@
 
 namespace ZelmarDB {
 
-/** The running thread's connection to the widget database; every operation below needs it. */
+/**
+ * The running thread's connection to the widget database; every operation below needs it. All that one attachment waits
+ * for other processes' locks is 5 s together; then its operations fail at once.
+ */
 class KxDatabase {
 public:
-    /** Opens the database, never creates it. Throws DPL::DB::SqlConnection::Exception::Base naming file and fault. */
+    /**
+     * Opens the database, never creates it; one with another journal mode is switched to a write-ahead log for good.
+     * Does nothing if the thread is attached. Throws DPL::DB::SqlConnection::Exception::Base naming file and fault.
+     */
     static void attachToThreadRW();
 
     /**
-     * Closes the connection; what it wrote is on the disk when this returns. Throws DatabaseError if it could not be
-     * brought there; the connection is closed all the same.
+     * Closes the connection. What it wrote, and the links that were made and removed meanwhile, are on the disk when
+     * this returns. Throws DatabaseError if they could not be brought there; the connection is closed all the same.
      */
     static void detachFromThread();
 };

@@ -1,0 +1,169 @@
+#include "widget_database.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <utility>
+
+namespace ZelmarDB {
+
+namespace {
+
+constexpr char LINKS_ROOT[] = "/opt/usr/apps";
+
+// For other processes' locks, in the whole run: the waits of many widgets must not add up.
+constexpr std::chrono::seconds WAITING_BUDGET(5);
+constexpr std::chrono::milliseconds WAITING_STEP(1);
+
+// The log may take 8 MiB of the device during a run, and 2 MiB after it: when it holds this much it is folded.
+constexpr off_t LOG_LIMIT_DURING_RUN = 7 << 20;
+constexpr off_t LOG_LIMIT_AFTER_RUN = 2 << 20;
+constexpr off_t LOG_STEP_BETWEEN_FOLDS = 1 << 20;
+constexpr off_t LOG_HEADER_BYTES = 32;
+constexpr int LOG_PAGE_HEADER_BYTES = 24;
+
+/** Throws the system's reason if the file cannot be read and written; SQLite's own text omits it. */
+const char* accessible(const char* file)
+{
+    if (faccessat(AT_FDCWD, file, R_OK | W_OK, AT_EACCESS) != 0) {
+        throw SQLite::Exception(std::strerror(errno));
+    }
+    return file;
+}
+
+}  // namespace
+
+SyncHandle::SyncHandle(const char* path) : m_file(open(path, O_RDONLY | O_CLOEXEC)) {}
+
+SyncHandle::~SyncHandle()
+{
+    if (isOpen()) {
+        close(m_file);
+    }
+}
+
+struct stat SyncHandle::status() const
+{
+    struct stat status = {};
+    fstat(m_file, &status);
+    return status;
+}
+
+int SyncHandle::syncFileSystem() const
+{
+    return syncfs(m_file) == 0 ? 0 : errno;
+}
+
+WidgetDatabase::WidgetDatabase()
+    : m_waitingBudget(WAITING_BUDGET),
+      m_database(accessible(DATABASE_FILE), SQLite::OPEN_READWRITE),
+      m_links(LINKS_ROOT)
+{
+    sqlite3* const database = m_database.getHandle();
+    sqlite3_busy_handler(database, &waitForLock, this);
+    sqlite3_wal_hook(database, &noteCommit, this);
+    // The log stays when the database is closed: who may only read needs it, and no run pays for folding it in.
+    sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+
+    if (readInt("PRAGMA application_id") != APPLICATION_ID) {
+        throw SQLite::Exception("not a widget database");
+    }
+    const int version = readInt("PRAGMA user_version");
+    if (version != SCHEMA_VERSION) {
+        throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
+                                std::to_string(SCHEMA_VERSION));
+    }
+    if (m_database.execAndGet("PRAGMA journal_mode = WAL").getString() != "wal") {
+        throw SQLite::Exception("no write-ahead log");
+    }
+    // A commit only writes to the log; tendLog and bringToDisk see to the disk.
+    m_database.exec("PRAGMA synchronous = OFF");
+    // Each row is visited once, in passing; SQLite would keep 2 MB of them.
+    m_database.exec("PRAGMA cache_size = -256");
+    m_pageBytes = LOG_PAGE_HEADER_BYTES + readInt("PRAGMA page_size");
+    // Not by the database's own file: closing that would give back SQLite's locks on it.
+    m_log.emplace(sqlite3_filename_wal(sqlite3_db_filename(database, "main")));
+}
+
+int WidgetDatabase::waitForLock(void* self, int)
+{
+    auto& budget = static_cast<WidgetDatabase*>(self)->m_waitingBudget;
+    if (budget <= budget.zero()) {
+        return 0;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(WAITING_STEP);
+    budget -= std::chrono::steady_clock::now() - start;
+    return 1;
+}
+
+int WidgetDatabase::noteCommit(void* self, sqlite3*, const char*, int pagesInLog)
+{
+    static_cast<WidgetDatabase*>(self)->m_pagesJustCommitted = pagesInLog;
+    return SQLITE_OK;
+}
+
+off_t WidgetDatabase::bytesInLog() const
+{
+    return LOG_HEADER_BYTES + off_t(m_pagesInLog) * m_pageBytes;
+}
+
+int WidgetDatabase::syncFileSystems() const
+{
+    // Links first, so that no row comes to the disk here that counts on a link that does not.
+    if (m_links.isOpen() && m_links.status().st_dev != m_log->status().st_dev) {
+        if (const int error = m_links.syncFileSystem()) {
+            return error;
+        }
+    }
+    return m_log->syncFileSystem();
+}
+
+int WidgetDatabase::foldLog()
+{
+    // Links and log are on the disk before what replaces them.
+    if (const int error = syncFileSystems()) {
+        return error;
+    }
+    // It copies what other processes let go of, without waiting for them. If it fails, the log stays as it is.
+    const auto budget = std::exchange(m_waitingBudget, m_waitingBudget.zero());
+    m_database.tryExec("PRAGMA synchronous = NORMAL");
+    sqlite3_wal_checkpoint_v2(m_database.getHandle(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    m_database.tryExec("PRAGMA synchronous = OFF");
+    m_waitingBudget = budget;
+    return 0;
+}
+
+void WidgetDatabase::tendLog()
+{
+    const int pages = std::exchange(m_pagesJustCommitted, 0);
+    if (pages == 0) {  // the row was like this before, so nothing was written
+        return;
+    }
+    if (std::exchange(m_pagesInLog, pages) >= pages) {  // the log was started anew, or this is the first change
+        m_foldAtBytes = LOG_LIMIT_DURING_RUN;
+        // Over older content: a power cut could leave a part of that which reads as valid, so its head goes to the disk
+        // before any more is written. A failure is told by the sync at the end.
+        if (m_log->status().st_size > bytesInLog()) {
+            syncFileSystems();
+        }
+    }
+    if (bytesInLog() >= m_foldAtBytes) {
+        foldLog();
+        m_foldAtBytes = bytesInLog() + LOG_STEP_BETWEEN_FOLDS;
+    }
+}
+
+int WidgetDatabase::bringToDisk()
+{
+    // A row that was written as it was before counts: its links may have changed all the same.
+    if (m_database.getTotalChanges() == 0) {
+        return 0;
+    }
+    return m_log->status().st_size > LOG_LIMIT_AFTER_RUN ? foldLog() : syncFileSystems();
+}
+
+}  // namespace ZelmarDB
