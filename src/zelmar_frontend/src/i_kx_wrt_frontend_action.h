@@ -32,8 +32,8 @@ public:
     /** Undoes what was begun for the widgets that failed. */
     virtual void cleanAction() = 0;
 
-    /** Undoes the run, where there is anything to undo. Must not throw: nobody is left to catch it. */
-    virtual void rollbackAction() = 0;
+    /** Undoes the run, where there is anything to undo. */
+    virtual void rollbackAction() noexcept = 0;
 };
 
 }  // namespace ZelmarFrontend
