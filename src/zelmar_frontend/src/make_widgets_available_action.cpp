@@ -21,37 +21,37 @@ namespace ZelmarFrontend {
 
 namespace {
 
-// Of a link: its target on the external storage, its place on the device.
+// Each link: its target on the stick, its place in the image directory.
 using LinksList = std::vector<std::pair<fs::path, fs::path>>;
 
-/** Where the external storage holds the widget's content. */
+/** The widget's content directory on the stick. */
 fs::path contentDirectory(const std::string& externalPath, const std::string& pkgId)
 {
-    return fs::path(externalPath) / (pkgId + "_img");
+    return fs::path(externalPath) / imageDirectoryName(pkgId);
 }
 
-/** The links that the widget's content on the external storage asks for; what is missing there is left out. */
+/** The links to the widget's files on the stick; a file that is missing there is left out. */
 LinksList createLinksList(const std::string& pkgId, const std::string& externalPath)
 {
     const fs::path contentDir = contentDirectory(externalPath, pkgId);
-    const fs::path imageTarget = contentDir / (pkgId + ".img");
-    const fs::path imageDir = imageDirectory(pkgId);
-    const fs::path imageLink = imageFileLink(pkgId);
+    const fs::path imageTarget = contentDir / imageFileName(pkgId);
+    const std::string imageDir = imageDirectory(pkgId);
+    const fs::path imageLink = imageFileLink(imageDir, pkgId);
 
     LinksList links;
     boost::system::error_code error;
     if (!fs::is_regular_file(fs::status(imageTarget, error))) {
-        // The reason stands where the path would; log parsers tell a missing image from a bad one by it.
+        // Odd: a reason where a path is expected.
         ZELMAR_DEBUG("File does not exist or is not regular file: %s", error.message().c_str());
         return links;
     }
     links.emplace_back(imageTarget, imageLink);
 
-    // A function object, not a plain loop: log parsers know its line by the function name "operator()".
+    // Odd: a function object, for its name.
     std::for_each(std::begin(LINKED_METADATA_FILES), std::end(LINKED_METADATA_FILES), [&](const std::string& name) {
         const fs::path target = contentDir / name;
         if (fs::is_regular_file(fs::status(target, error))) {
-            links.emplace_back(target, imageDir / name);
+            links.emplace_back(target, fs::path(imageDir) / name);
         } else {
             ZELMAR_DEBUG("Cannot find external path: %s, Skipping.", target.c_str());
         }
@@ -184,7 +184,7 @@ void MakeWidgetsAvailableAction::createSymlinks(const std::string& pkgId)
         // Before the label, so that a link that could not be labelled goes too.
         m_actionSupport.addCleanFunction(pkgId, &removeSymlink, link);
 
-        ZELMAR_DEBUG("Preaparing smack labels");
+        ZELMAR_DEBUG("Preaparing smack labels");  // odd: misspelt
         const int result = perm_app_setup_path(pkgId.c_str(), link.c_str(), 0, "_");
         if (result != 0) {
             ZELMAR_DEBUG("Privilege error: %s", perm_strerror(result));

@@ -22,17 +22,27 @@ std::string throughDatabaseStrings(const std::string& pkgId)
 
 }  // namespace
 
+std::string imageDirectoryName(const std::string& pkgId)
+{
+    return pkgId + "_img";
+}
+
+std::string imageFileName(const std::string& pkgId)
+{
+    return pkgId + ".img";
+}
+
 std::string imageDirectory(const std::string& pkgId)
 {
     return ZelmarDB::KxPathBuilder()
         .Append(INSTALLATION_ROOT)
-        .Append(throughDatabaseStrings(pkgId) + "_img")
+        .Append(imageDirectoryName(throughDatabaseStrings(pkgId)))
         .GetFullPath();
 }
 
-std::string imageFileLink(const std::string& pkgId)
+std::string imageFileLink(const std::string& imageDir, const std::string& pkgId)
 {
-    return ZelmarDB::KxPathBuilder(imageDirectory(pkgId)).Append(throughDatabaseStrings(pkgId) + ".img").GetFullPath();
+    return ZelmarDB::KxPathBuilder(imageDir).Append(imageFileName(throughDatabaseStrings(pkgId))).GetFullPath();
 }
 
 bool canonicalizePath(fs::path& path, const fs::path& base)
@@ -63,10 +73,10 @@ void removeSymlink(const fs::path& path)
 void removeSymlinks(const std::string& pkgId)
 {
     ZELMAR_DEBUG("Removing symlinks");
-    const fs::path imageDir = imageDirectory(pkgId);
-    removeSymlink(imageFileLink(pkgId));
+    const std::string imageDir = imageDirectory(pkgId);
+    removeSymlink(imageFileLink(imageDir, pkgId));
     for (const std::string& name : LINKED_METADATA_FILES) {
-        removeSymlink(imageDir / name);
+        removeSymlink(fs::path(imageDir) / name);
     }
 }
 

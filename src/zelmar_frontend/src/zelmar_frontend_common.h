@@ -5,11 +5,17 @@
 
 namespace ZelmarFrontend {
 
-/** The widget's image directory on the device, the place of its links: /opt/usr/apps/P_img for the identifier P. */
+/** P_img for the identifier P: the name of the image directory, and of the content directory on the stick. */
+std::string imageDirectoryName(const std::string& pkgId);
+
+/** P.img for the identifier P: the name of the image file, and of the link to it. */
+std::string imageFileName(const std::string& pkgId);
+
+/** The widget's image directory, where its links are. Throws std::exception if the identifier is not UTF-8. */
 std::string imageDirectory(const std::string& pkgId);
 
-/** The place of the link to the widget's image file: /opt/usr/apps/P_img/P.img for the identifier P. */
-std::string imageFileLink(const std::string& pkgId);
+/** Where the link to the image file is. Throws as imageDirectory does. */
+std::string imageFileLink(const std::string& imageDir, const std::string& pkgId);
 
 /**
  * Replaces `path` by its canonical form, a relative one taken from `base`. False if it leads to nothing that exists;
