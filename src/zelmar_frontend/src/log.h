@@ -7,7 +7,7 @@
 namespace ZelmarFrontend {
 
 /** Priorities of the platform log, as __dlog_print takes them. */
-enum LogPriority { DEBUG = 3, ERROR = 6 };
+enum LogPriority { PRIORITY_DEBUG = 3, PRIORITY_ERROR = 6 };
 
 /** A source file's name without folder and extension. One that does not fit is an error of the compiler's. */
 constexpr std::array<char, 64> unitName(std::string_view file)
@@ -25,18 +25,24 @@ constexpr std::array<char, 64> UNIT_NAME = unitName(__BASE_FILE__);
 
 }  // namespace ZelmarFrontend
 
-/** One line to the platform log: unit, function and number, then the message. */
-#define ZELMAR_LOG(priority, number, format, ...)                                                   \
-    __dlog_print(ZelmarFrontend::LogPriority::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, \
+/**
+ * One line to the platform log: unit, function and number, then the message.
+ *
+ * Log parsers in the field match whole lines, so their oddities stay: failures at debug priority, misspelt words, the
+ * function name "operator()", formats that do not fit their arguments, and the fixed numbers of the lines that are
+ * logged with an ..._AT macro. A comment "odd" marks each other one where it stands.
+ */
+#define ZELMAR_LOG(priority, number, format, ...)                                      \
+    __dlog_print(ZelmarFrontend::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, \
                  ZelmarFrontend::UNIT_NAME.data(), __func__, number, ##__VA_ARGS__)
 
-#define ZELMAR_DEBUG(...) ZELMAR_LOG(DEBUG, __LINE__, __VA_ARGS__)
+#define ZELMAR_DEBUG(...) ZELMAR_LOG(PRIORITY_DEBUG, __LINE__, __VA_ARGS__)
 
-// Log parsers match these lines by their number, so it is given and stays when the file is edited.
-#define ZELMAR_DEBUG_AT(number, ...) ZELMAR_LOG(DEBUG, number, __VA_ARGS__)
-#define ZELMAR_ERROR_AT(number, ...) ZELMAR_LOG(ERROR, number, __VA_ARGS__)
+// The number stays the same when the file is edited.
+#define ZELMAR_DEBUG_AT(number, ...) ZELMAR_LOG(PRIORITY_DEBUG, number, __VA_ARGS__)
+#define ZELMAR_ERROR_AT(number, ...) ZELMAR_LOG(PRIORITY_ERROR, number, __VA_ARGS__)
 
-/** For a message whose format and arguments disagree on purpose; the caller says who relies on it. */
+/** For a message whose format and arguments disagree on purpose. */
 #define ZELMAR_DEBUG_MISMATCHED(...)                                                             \
     do {                                                                                         \
         _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wformat\"")            \

@@ -47,8 +47,8 @@ void MakeWidgetsUnavailableAction::runAction()
         const fs::path imageDir = imageDirectory(pkgId);
         boost::system::error_code error;
         if (!fs::exists(imageDir, error) || !fs::is_directory(imageDir, error)) {
-            // "%e", then "rror", kept: log parsers expect a number and "rror" here. The number means nothing, since
-            // "%e" takes no text; it is the last conversion, so nothing after it is misread.
+            // Odd: "%e" and "rror". It prints a number that means nothing; being the last, it makes nothing else
+            // misread.
             ZELMAR_DEBUG_MISMATCHED("Cannot find widget install path: %s, %error", imageDir.c_str(),
                                     error.message().c_str());
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
@@ -57,7 +57,7 @@ void MakeWidgetsUnavailableAction::runAction()
         // Only a check: the result is dropped, and a failure would empty the path that the log still needs.
         fs::path canonicalDir = imageDir;
         if (!canonicalizePath(canonicalDir, INSTALLATION_ROOT)) {
-            // Log parsers match the misspelt line as a whole; the path travels with it and is not printed.
+            // Odd: misspelt, and the path is not printed.
             ZELMAR_DEBUG_MISMATCHED("Install path is not vaild", imageDir.c_str());
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
@@ -68,7 +68,7 @@ void MakeWidgetsUnavailableAction::runAction()
         }
         removeSymlinks(pkgId);
         if (!widget.setWidgetStateUnavailable()) {
-            // Log parsers match the line up to its end; the identifier travels with it and is not printed.
+            // Odd: the identifier is not printed.
             ZELMAR_DEBUG_MISMATCHED("Cannot change widget state, pkgid: ", pkgId.c_str());
             failWidget(widget, ERROR_UNKNOWN);
             continue;

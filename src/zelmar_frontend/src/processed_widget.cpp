@@ -37,7 +37,7 @@ bool ProcessedWidget::setWidgetStateAvailable()
 
 bool ProcessedWidget::setWidgetStateUnavailable()
 {
-    // The name differs from its twin's above; log parsers tell the two updates apart by it.
+    // Odd: "kxAppId" for what is "pkgId" above.
     ZELMAR_DEBUG_AT(77, "Updating DB, kxAppId: %s", m_pkgId.c_str());
     try {
         KxWidgetDAO::setAvailable(m_tizenAppId, false);

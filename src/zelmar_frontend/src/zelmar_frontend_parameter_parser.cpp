@@ -74,7 +74,7 @@ KxWrtFrontendParameterParser::KxWrtFrontendParameterParser(
         std::cerr << "Usage: zelmar-frontend [allowed options] [--path path] [pkgId (...)]" << std::endl;
     }
 
-    // A function object, not a plain loop: log parsers know its line by the function name "operator()".
+    // Odd: a function object, for its name in the log.
     std::for_each(actions.begin(), actions.end(), [this](const auto& action) {
         const std::string name = action->getActionName();
         if (m_parametersMap.count(name) == 0) {
