@@ -1,0 +1,177 @@
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <fcntl.h>
+#include <platform/dpl.h>
+#include <platform/widget_registry.h>
+#include <sqlite3.h>
+#include <unistd.h>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "widget_db.h"
+
+namespace fs = std::filesystem;
+
+namespace ZelmarDB {
+
+namespace {
+
+const std::string DATABASE_FILE = "/opt/usr/zelmar/widgets.db";
+constexpr int APPLICATION_ID = 0x5a4b5857;  // as widget_db.sql sets it
+constexpr int SCHEMA_VERSION = 1;
+constexpr int BUSY_TIMEOUT_MS = 5000;
+
+RegistryError systemError(int error, const std::string& path)
+{
+    if (error == ENOENT) {
+        return {"there is no database " + path, error};
+    }
+    std::string reason = std::strerror(error);
+    reason[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(reason[0])));
+    return {reason + " on " + path, error};
+}
+
+RegistryError databaseError(const SQLite::Exception& e)
+{
+    switch (e.getErrorCode()) {
+        case SQLITE_BUSY:
+            return {"another process has held the database for 5 s", EBUSY};
+        case SQLITE_FULL:
+            return systemError(ENOSPC, DATABASE_FILE);
+        default:
+            return {DATABASE_FILE + ": " + e.what(), 0};
+    }
+}
+
+/** What SQLite is to open. A folder that is not ours to write in has no log only if nobody has the database open. */
+std::string readableFile()
+{
+    const bool hasLog = access((DATABASE_FILE + "-wal").c_str(), F_OK) == 0;
+    const bool mayMakeLog = access(fs::path(DATABASE_FILE).parent_path().c_str(), W_OK) == 0;
+    return "file:" + DATABASE_FILE + (hasLog || mayMakeLog ? "" : "?immutable=1");
+}
+
+/** The database, found to be one of ours. Throws RegistryError and SQLite::Exception. */
+SQLite::Database openDatabase(RegistryAccess access)
+{
+    const bool change = access == RegistryAccess::CHANGE;
+    // SQLite's own text omits the system's reason.
+    if (faccessat(AT_FDCWD, DATABASE_FILE.c_str(), change ? R_OK | W_OK : R_OK, AT_EACCESS) != 0) {
+        throw systemError(errno, DATABASE_FILE);
+    }
+    SQLite::Database database(
+        readableFile(), (change ? SQLite::OPEN_READWRITE : SQLite::OPEN_READONLY) | SQLITE_OPEN_URI, BUSY_TIMEOUT_MS);
+    // The log stays at the end: who may only read the database needs it.
+    sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (database.execAndGet("PRAGMA application_id").getInt() != APPLICATION_ID) {
+        throw SQLite::Exception("not a widget database");
+    }
+    const int version = database.execAndGet("PRAGMA user_version").getInt();
+    if (version != SCHEMA_VERSION) {
+        throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
+                                std::to_string(SCHEMA_VERSION));
+    }
+    return database;
+}
+
+/** Whether the tool can take it: as a word of its command line, and as text of the database. */
+bool isNameable(const std::string& text)
+{
+    try {
+        DPL::FromUTF8String(text);
+    } catch (const std::exception&) {
+        return false;
+    }
+    return text.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+std::vector<RegisteredWidget> registeredWidgets(RegistryAccess access)
+{
+    try {
+        SQLite::Database database = openDatabase(access);
+        SQLite::Statement statement(
+            database,
+            "SELECT kx_app_id, tizen_app_id, installed_on_usb, available, external_storage_path "
+            "FROM widget WHERE kx_app_id IS NOT NULL ORDER BY kx_app_id");
+        std::vector<RegisteredWidget> widgets;
+        while (statement.executeStep()) {
+            const std::string identifier = statement.getColumn(0).getString();
+            const std::string application = statement.getColumn(1).getString();
+            if (isNameable(identifier) && isNameable(application)) {
+                widgets.push_back({identifier, statement.getColumn(2).getInt() != 0,
+                                   statement.getColumn(3).getInt() != 0, statement.getColumn(4).getString()});
+            }
+        }
+        return widgets;
+    } catch (const SQLite::Exception& e) {
+        throw databaseError(e);
+    }
+}
+
+void registerWidget(const std::string& identifier, const std::string& application, bool onUsb)
+{
+    try {
+        SQLite::Database database = openDatabase(RegistryAccess::CHANGE);
+        SQLite::Statement statement(
+            database, "INSERT INTO widget (kx_app_id, tizen_app_id, installed_on_usb) VALUES (?1, ?2, ?3)");
+        statement.bind(1, identifier);
+        statement.bind(2, application);
+        statement.bind(3, onUsb ? 1 : 0);
+        statement.exec();
+    } catch (const SQLite::Exception& e) {
+        if (e.getExtendedErrorCode() == SQLITE_CONSTRAINT_UNIQUE) {
+            const bool sameIdentifier = std::strstr(e.what(), "kx_app_id") != nullptr;
+            throw RegistryError(sameIdentifier ? "the database has a widget " + identifier + " already"
+                                               : "the application " + application + " belongs to another widget",
+                                EEXIST);
+        }
+        throw databaseError(e);
+    }
+}
+
+void unregisterWidget(const std::string& identifier)
+{
+    try {
+        SQLite::Database database = openDatabase(RegistryAccess::CHANGE);
+        SQLite::Statement statement(database, "DELETE FROM widget WHERE kx_app_id = ?1");
+        statement.bind(1, identifier);
+        statement.exec();
+    } catch (const SQLite::Exception& e) {
+        throw databaseError(e);
+    }
+}
+
+bool createRegistry()
+{
+    const fs::path folder = fs::path(DATABASE_FILE).parent_path();
+    const std::string draft = DATABASE_FILE + ".new";
+    if (access(DATABASE_FILE.c_str(), F_OK) == 0) {
+        return false;
+    }
+    try {
+        fs::create_directories(folder);
+        fs::remove(draft);
+        SQLite::Database(draft, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(WIDGET_DB_SQL);
+        // Unlike a renaming, a link never takes the place of a database that another process has made meanwhile.
+        const int error = link(draft.c_str(), DATABASE_FILE.c_str()) == 0 ? 0 : errno;
+        fs::remove(draft);
+        if (error != 0 && error != EEXIST) {
+            throw systemError(error, DATABASE_FILE);
+        }
+        const int handle = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        fsync(handle);
+        close(handle);
+        // Its log, for readers who may not make one.
+        openDatabase(RegistryAccess::CHANGE).execAndGet("SELECT count(*) FROM widget");
+        return error == 0;
+    } catch (const fs::filesystem_error& e) {
+        throw systemError(e.code().value(), e.path1());
+    } catch (const SQLite::Exception& e) {
+        throw databaseError(e);
+    }
+}
+
+}  // namespace ZelmarDB

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace ZelmarWidgets {
+
+enum ExitStatus { ALL_WELL = 0, SOME_WIDGET_IS_NOT = 1, BAD_COMMAND_LINE = 2, COULD_NOT_WORK = 3 };
+
+/** Ends the program with `status`. The message says what failed on what, and what to do. */
+class Failure : public std::runtime_error {
+public:
+    Failure(ExitStatus status, const std::string& message) : std::runtime_error(message), m_status(status) {}
+
+    ExitStatus status() const noexcept { return m_status; }
+
+private:
+    ExitStatus m_status;
+};
+
+/** "permission denied on <what>; run it as root" for the system's error number. */
+Failure systemFailure(int error, const std::string& what);
+
+Failure unknownWidget(const std::string& identifier);
+
+/** What to do about an error of the system; 0: of the database itself. */
+std::string adviceFor(int error);
+
+}  // namespace ZelmarWidgets

@@ -1,0 +1,193 @@
+#include "front_end.h"
+
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+
+#include "failure.h"
+
+namespace ZelmarWidgets {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+// A run names no more widgets than this, and so takes no more back if it fails, and shows progress; nor more bytes than
+// any system takes as arguments.
+constexpr std::size_t WIDGETS_A_RUN = 1000;
+constexpr std::size_t BYTES_A_RUN = 100'000;
+
+constexpr int CANNOT_EXECUTE = 127;
+
+/** Takes what a program prints, however much, without anyone reading along. */
+class Output {
+public:
+    explicit Output(const char* name) : m_file(memfd_create(name, MFD_CLOEXEC))
+    {
+        if (m_file < 0) {
+            throw systemFailure(errno, "a file in memory");
+        }
+    }
+    ~Output() { close(m_file); }
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    int file() const { return m_file; }
+
+    /** What was printed, without the newline at its end. */
+    std::string text() const
+    {
+        std::string text;
+        std::array<char, 65536> piece{};
+        for (off_t at = 0;;) {
+            const ssize_t length = pread(m_file, piece.data(), piece.size(), at);
+            if (length <= 0) {
+                break;
+            }
+            text.append(piece.data(), static_cast<std::size_t>(length));
+            at += length;
+        }
+        if (!text.empty() && text.back() == '\n') {
+            text.pop_back();
+        }
+        return text;
+    }
+
+private:
+    int m_file;
+};
+
+/** The tool's option takes any path between double quotes, where these and ampersands follow an ampersand. */
+std::string quoted(const std::string& path)
+{
+    std::string value = "\"";
+    for (const char character : path) {
+        if (character == '&' || character == '"') {
+            value += '&';
+        }
+        value += character;
+    }
+    return value + '"';
+}
+
+/** Runs the tool and returns its result line. */
+std::string run(const Words& words)
+{
+    const std::string tool = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "zelmar-frontend";
+    std::vector<char*> arguments{const_cast<char*>(tool.c_str())};
+    for (const std::string& word : words) {
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+
+    const Output result("result");
+    const Output complaints("complaints");
+    const pid_t process = fork();
+    if (process < 0) {
+        throw systemFailure(errno, tool);
+    }
+    if (process == 0) {
+        // With its caller goes the lock that keeps others from the same widgets.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(result.file(), STDOUT_FILENO);
+        dup2(complaints.file(), STDERR_FILENO);
+        execv(tool.c_str(), arguments.data());
+        std::cerr << std::strerror(errno);
+        _exit(CANNOT_EXECUTE);
+    }
+    int status = 0;
+    while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFSIGNALED(status)) {
+        throw Failure(COULD_NOT_WORK, tool + " was ended by signal " + std::to_string(WTERMSIG(status)) +
+                                          "; run 'zelmar-widgets heal'");
+    }
+    if (WEXITSTATUS(status) == CANNOT_EXECUTE) {
+        throw Failure(COULD_NOT_WORK, "cannot run " + tool + ": " + complaints.text() + "; install it there");
+    }
+    if (WEXITSTATUS(status) != 0) {
+        throw Failure(COULD_NOT_WORK,
+                      tool + ": " + complaints.text() + "; see 'journalctl -t ZELMAR_INSTALLER', then call again");
+    }
+    return result.text();
+}
+
+/** Reads the result line along the identifiers that were asked for, since these may hold its commas and colons. */
+std::vector<Verdict> readVerdicts(const std::string& line, const Words& identifiers)
+{
+    std::size_t at = 0;
+    const auto skip = [&](const std::string& text) {
+        const bool there = line.compare(at, text.size(), text) == 0;
+        at += there ? text.size() : 0;
+        return there;
+    };
+    std::vector<Verdict> verdicts;
+    for (const std::string& identifier : identifiers) {
+        if (skip(identifier + ",SUCCESS:")) {
+            verdicts.push_back({identifier, ""});
+        } else if (skip(identifier + ",FAIL,")) {
+            const std::size_t end = line.find(':', at);
+            verdicts.push_back({identifier, line.substr(at, end - at)});
+            skip(verdicts.back().code + ":");
+        }
+    }
+    if (at != line.size() || verdicts.size() != identifiers.size()) {
+        throw Failure(COULD_NOT_WORK, "the result line of zelmar-frontend is not understood: " + line +
+                                          "; install both programs from one release");
+    }
+    return verdicts;
+}
+
+/** On a terminal, for what takes more than one run. */
+void showProgress(std::size_t done, std::size_t all)
+{
+    if (all > WIDGETS_A_RUN && isatty(STDERR_FILENO) != 0) {
+        std::cerr << '\r' << (done < all ? std::to_string(done) + " of " + std::to_string(all) + " widgets" : "\033[K")
+                  << std::flush;
+    }
+}
+
+/** Runs the tool with `words` and then the identifiers. */
+std::vector<Verdict> runFor(const Words& words, const Words& identifiers)
+{
+    std::vector<Verdict> verdicts;
+    for (auto next = identifiers.begin(); next != identifiers.end();) {
+        Words batch;
+        for (std::size_t bytes = 0; next != identifiers.end() && batch.size() < WIDGETS_A_RUN; ++next) {
+            bytes += next->size() + 1 + sizeof(char*);
+            if (bytes > BYTES_A_RUN && !batch.empty()) {
+                break;
+            }
+            batch.push_back(*next);
+        }
+        Words all = words;
+        all.emplace_back("--");
+        all.insert(all.end(), batch.begin(), batch.end());
+        for (const Verdict& verdict : readVerdicts(run(all), batch)) {
+            verdicts.push_back(verdict);
+        }
+        showProgress(verdicts.size(), identifiers.size());
+    }
+    return verdicts;
+}
+
+}  // namespace
+
+std::vector<Verdict> makeAvailable(const std::string& stick, const Words& identifiers)
+{
+    return runFor({"--make-available", "--path", quoted(stick)}, identifiers);
+}
+
+std::vector<Verdict> makeUnavailable(const Words& identifiers)
+{
+    return runFor({"--make-unavailable"}, identifiers);
+}
+
+}  // namespace ZelmarWidgets

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+namespace ZelmarWidgets {
+
+// Each throws Failure and ZelmarDB::RegistryError.
+
+/** Creates the widget's image directory and its row. */
+void add(const std::string& identifier, const std::string& application, bool onUsb);
+
+/** Makes the widget unavailable, then removes its row and its image directory. */
+void remove(const std::string& identifier);
+
+/** Creates the database. False: there is one, and it stays as it is. */
+bool init();
+
+}  // namespace ZelmarWidgets

@@ -1,0 +1,173 @@
+#include <fcntl.h>
+#include <platform/widget_registry.h>
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "failure.h"
+#include "installing.h"
+#include "plugging.h"
+#include "report.h"
+#include "widget_survey.h"
+
+using namespace ZelmarWidgets;
+
+namespace {
+
+/** The command line, as its options are read. */
+struct Request {
+    std::vector<std::string> identifiers;
+    std::string identifier;
+    std::string application;
+    std::string mountPoint;
+    bool json = false;
+    bool dryRun = false;
+    bool onDevice = false;
+};
+
+ExitStatus showStatus(const Request& request)
+{
+    std::vector<Widget> widgets = lookAtWidgets(ZelmarDB::registeredWidgets(ZelmarDB::RegistryAccess::READ));
+    if (!request.identifiers.empty()) {
+        std::vector<Widget> asked;
+        for (const std::string& identifier : request.identifiers) {
+            const auto widget = std::find_if(widgets.begin(), widgets.end(), [&](const Widget& candidate) {
+                return candidate.identifier == identifier;
+            });
+            if (widget == widgets.end()) {
+                throw unknownWidget(identifier);
+            }
+            asked.push_back(*widget);
+        }
+        widgets = asked;
+    }
+    request.json ? printJson(widgets) : printTable(widgets);
+    return std::all_of(widgets.begin(), widgets.end(), [](const Widget& widget) { return widget.wrong.empty(); })
+               ? ALL_WELL
+               : SOME_WIDGET_IS_NOT;
+}
+
+ExitStatus tell(const std::vector<Outcome>& outcomes, bool json)
+{
+    json ? printJson(outcomes) : printLines(outcomes);
+    return std::all_of(outcomes.begin(), outcomes.end(), [](const Outcome& outcome) { return outcome.advice.empty(); })
+               ? ALL_WELL
+               : SOME_WIDGET_IS_NOT;
+}
+
+/** Whatever is opened must not take the place of a closed standard stream. */
+void holdStandardStreams()
+{
+    int file = 0;
+    do {
+        file = open("/dev/null", O_RDONLY);
+    } while (file >= 0 && file <= STDERR_FILENO);
+    close(file);
+}
+
+/** Takes the command line apart and obeys it. Throws what its parts do, and CLI::ParseError. */
+ExitStatus run(CLI::App& app, int argc, const char* const* argv)
+{
+    Request request;
+    app.require_subcommand(0, 1);
+    app.get_formatter()->label("TEXT", "");
+    app.get_formatter()->label("REQUIRED", "");
+    app.set_version_flag("--version", "zelmar-widgets " ZELMAR_VERSION, "Print the version and exit");
+    app.footer(
+        "Exit status: 0 all is as it should be, 1 some widget is not, 2 the command line is wrong,\n"
+        "3 it could not work. 'man zelmar-widgets' tells more.");
+
+    CLI::App* const status =
+        app.add_subcommand("status", "Show what is available, from where, and whether it is whole");
+    status->add_flag("--json", request.json, "For machines");
+    status->add_option("IDENTIFIER", request.identifiers, "Only these widgets");
+
+    CLI::App* const plugging = app.add_subcommand("plug", "Make the widgets on a mounted stick available");
+    plugging->add_flag("--dry-run", request.dryRun, "Only tell which these are");
+    plugging->add_flag("--json", request.json, "For machines");
+    plugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is mounted")->required();
+
+    CLI::App* const unplugging =
+        app.add_subcommand("unplug", "Make the widgets from a stick unavailable, whether it is still mounted or not");
+    unplugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is or was mounted")->required();
+
+    CLI::App* const healing = app.add_subcommand("heal", "Bring into order what 'status' finds wrong");
+
+    CLI::App* const adding = app.add_subcommand("add", "Add a widget: its row in the database and its image directory");
+    adding->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
+    adding->add_option("--app", request.application, "Its application identifier")->required();
+    adding->add_flag("--on-device", request.onDevice, "Its content is on the device itself, not on USB");
+
+    CLI::App* const removing = app.add_subcommand("remove", "Make a widget unavailable and remove what 'add' made");
+    removing->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
+
+    CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
+
+    app.parse(argc, argv);
+    if (status->parsed()) {
+        return showStatus(request);
+    }
+    if (plugging->parsed()) {
+        return tell(plug(request.mountPoint, request.dryRun), request.json);
+    }
+    if (unplugging->parsed()) {
+        return tell(unplug(request.mountPoint), false);
+    }
+    if (healing->parsed()) {
+        return tell(heal(), false);
+    }
+    if (adding->parsed()) {
+        add(request.identifier, request.application, !request.onDevice);
+    } else if (removing->parsed()) {
+        ZelmarWidgets::remove(request.identifier);
+    } else if (creating->parsed()) {
+        init();
+    } else {
+        throw Failure(BAD_COMMAND_LINE, "no command; see 'zelmar-widgets --help'");
+    }
+    return ALL_WELL;
+}
+
+ExitStatus complain(ExitStatus status, const std::string& message)
+{
+    std::cerr << "zelmar-widgets: " << printable(message) << '\n';
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    // A reader that went away must show up as a failed write.
+    std::signal(SIGPIPE, SIG_IGN);
+    holdStandardStreams();
+    std::ios::sync_with_stdio(false);
+    CLI::App app("Looks after the widgets on USB sticks: what is available, from where, and whether it is whole.",
+                 "zelmar-widgets");
+    try {
+        ExitStatus status = ALL_WELL;
+        try {
+            status = run(app, argc, argv);
+        } catch (const CLI::ParseError& e) {
+            if (e.get_exit_code() != 0) {
+                return complain(BAD_COMMAND_LINE, e.what() + std::string("; see 'zelmar-widgets --help'"));
+            }
+            app.exit(e);  // prints the help or the version
+        }
+        finishOutput();
+        return status;
+    } catch (const Failure& e) {
+        return complain(e.status(), e.what());
+    } catch (const ZelmarDB::RegistryError& e) {
+        return complain(e.error() == EEXIST ? BAD_COMMAND_LINE : COULD_NOT_WORK,
+                        e.what() + ("; " + adviceFor(e.error())));
+    } catch (const std::exception& e) {
+        return complain(COULD_NOT_WORK, e.what());
+    }
+}

@@ -1,0 +1,249 @@
+#include "plugging.h"
+
+#include <platform/widget_registry.h>
+#include <unistd.h>
+#include <zelmar_frontend_constants.h>
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <map>
+#include <optional>
+
+#include "failure.h"
+#include "front_end.h"
+#include "instance_lock.h"
+#include "mounted_sticks.h"
+#include "widget_files.h"
+#include "widget_survey.h"
+
+namespace fs = std::filesystem;
+
+namespace ZelmarWidgets {
+
+namespace {
+
+using ZelmarDB::RegisteredWidget;
+using ZelmarDB::registeredWidgets;
+using ZelmarDB::RegistryAccess;
+using Identifiers = std::vector<std::string>;
+
+/** The outcomes of a command, by identifier; the last one for a widget counts. */
+using Outcomes = std::map<std::string, Outcome>;
+
+std::vector<Outcome> inOrder(const Outcomes& outcomes)
+{
+    std::vector<Outcome> list;
+    for (const auto& [identifier, outcome] : outcomes) {
+        list.push_back(outcome);
+    }
+    return list;
+}
+
+/** Whether the tool, which replaces the links to files that the stick has, would leave others in place. */
+bool leadsElsewhere(const std::string& identifier, const std::string& stick)
+{
+    const std::vector<Link> links = linksOf(identifier);
+    return std::any_of(links.begin(), links.end(), [&](const Link& link) {
+        const std::string target = contentDirectory(stick, identifier) + "/" + link.name;
+        return link.target != target || !isFile(target);
+    });
+}
+
+void unplugAll(const Identifiers& identifiers, Outcomes& outcomes)
+{
+    for (const auto& [identifier, code] : makeUnavailable(identifiers)) {
+        outcomes[identifier] = {identifier, code.empty() ? "unavailable" : "failed", code, causeOf(code, identifier)};
+    }
+}
+
+void plugAll(const std::string& stick, const Identifiers& identifiers, Outcomes& outcomes)
+{
+    // What another stick left, the first run takes away: no widget has its image from one and its metadata from
+    // another.
+    Identifiers mixed;
+    std::copy_if(identifiers.begin(), identifiers.end(), std::back_inserter(mixed),
+                 [&](const std::string& identifier) { return leadsElsewhere(identifier, stick); });
+    unplugAll(mixed, outcomes);
+    for (const auto& [identifier, code] : makeAvailable(stick, identifiers)) {
+        Outcome outcome{identifier, code.empty() ? "available" : "failed", code, causeOf(code, identifier)};
+        if (code.empty() && !hasImageOnStick(stick, identifier)) {
+            outcome.advice = "but " + contentDirectory(stick, identifier) + " has no image; copy it there, plug again";
+        }
+        outcomes[identifier] = outcome;
+    }
+}
+
+/** The argument as the tool records it. It may lead to nothing any more. */
+std::string canonical(const std::string& mountPoint)
+{
+    std::error_code error;
+    fs::path path = fs::weakly_canonical(fs::absolute(mountPoint, error), error);
+    if (error) {
+        path = fs::absolute(mountPoint, error).lexically_normal();
+    }
+    if (error || path.empty()) {
+        throw Failure(BAD_COMMAND_LINE, "no mount point: '" + mountPoint + "'; name a directory");
+    }
+    return path.has_filename() ? path : path.parent_path();
+}
+
+/** Those of the widgets that have a folder on one of the sticks, by the first such stick. */
+std::map<std::string, Identifiers> byStick(const Identifiers& identifiers, const std::vector<std::string>& sticks)
+{
+    std::map<std::string, Identifiers> held;
+    for (const std::string& identifier : identifiers) {
+        const auto stick = std::find_if(sticks.begin(), sticks.end(),
+                                        [&](const std::string& some) { return isOnStick(some, identifier); });
+        if (stick != sticks.end()) {
+            held[*stick].push_back(identifier);
+        }
+    }
+    return held;
+}
+
+/** Whether the widget's row or one of its links leads to the stick. */
+bool leadsToStick(const RegisteredWidget& row, const std::string& stick)
+{
+    const std::vector<Link> links = linksOf(row.identifier);
+    return (!row.storagePath.empty() && leadsInto(row.storagePath, stick)) ||
+           std::any_of(links.begin(), links.end(), [&](const Link& link) { return leadsInto(link.target, stick); });
+}
+
+/** A stick to plug the widget from: the one it was plugged from, or any other that is mounted; empty: none. */
+std::string stickWithImage(const Widget& widget, std::vector<std::string> sticks)
+{
+    if (!widget.stick.empty()) {
+        sticks.insert(sticks.begin(), widget.stick);
+    }
+    const auto stick = std::find_if(sticks.begin(), sticks.end(),
+                                    [&](const std::string& some) { return hasImageOnStick(some, widget.identifier); });
+    return stick == sticks.end() ? "" : *stick;
+}
+
+/** Mends without the tool what it knows nothing of: the links of widgets that are not, or not on USB. */
+Outcome clearLinks(const Widget& widget)
+{
+    for (const Link& link : widget.links) {
+        const std::string path = imageDirectory(widget.identifier) + "/" + link.name;
+        if (unlink(path.c_str()) != 0) {
+            return {widget.identifier, "failed", "", systemFailure(errno, path).what()};
+        }
+    }
+    return {widget.identifier, "cleared", "", ""};
+}
+
+}  // namespace
+
+std::string causeOf(const std::string& code, const std::string& identifier)
+{
+    const std::string directory = imageDirectory(identifier);
+    if (code.empty()) {
+        return "";
+    }
+    if (code == ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
+        return "its image directory " + directory + " is missing; run 'zelmar-widgets heal'";
+    }
+    if (code == ZelmarFrontend::ERROR_SYMLINKS_CREATE) {
+        return "a link in " + directory +
+               " could not be made or labelled; clear its place, or see 'journalctl -t ZELMAR_INSTALLER'; then call "
+               "again";
+    }
+    if (code == ZelmarFrontend::ERROR_UNKNOWN) {
+        return "the database took no change: another process has held it for 5 s, or the disk is full; call again";
+    }
+    if (code == ZelmarFrontend::ERROR_WIDGET_IS_NOT_INSTALLED) {
+        return "it has been removed from the database meanwhile; add it again";
+    }
+    return "the database could not be asked; see 'journalctl -t ZELMAR_INSTALLER', then call again";
+}
+
+std::vector<Outcome> plug(const std::string& mountPoint, bool dryRun)
+{
+    std::optional<InstanceLock> lock;
+    if (!dryRun) {
+        lock.emplace();
+    }
+    if (!isDirectory(mountPoint)) {
+        throw Failure(BAD_COMMAND_LINE, "no directory: " + mountPoint + "; name the one where the stick is mounted");
+    }
+    const std::string stick = canonical(mountPoint);
+    Identifiers held;
+    for (const RegisteredWidget& row : registeredWidgets(dryRun ? RegistryAccess::READ : RegistryAccess::CHANGE)) {
+        if (row.installedOnUsb && isOnStick(stick, row.identifier)) {
+            held.push_back(row.identifier);
+        }
+    }
+
+    Outcomes outcomes;
+    if (dryRun) {
+        for (const std::string& identifier : held) {
+            outcomes[identifier] = {identifier, "planned", "", ""};
+        }
+    } else {
+        plugAll(stick, held, outcomes);
+    }
+    return inOrder(outcomes);
+}
+
+std::vector<Outcome> unplug(const std::string& mountPoint)
+{
+    const InstanceLock lock;
+    const std::string stick = canonical(mountPoint);
+    Identifiers leaving;
+    for (const RegisteredWidget& row : registeredWidgets(RegistryAccess::CHANGE)) {
+        if (row.installedOnUsb && leadsToStick(row, stick)) {
+            leaving.push_back(row.identifier);
+        }
+    }
+    Outcomes outcomes;
+    unplugAll(leaving, outcomes);
+
+    std::vector<std::string> others;
+    for (const std::string& mounted : mountedSticks()) {
+        if (!leadsInto(mounted, stick)) {
+            others.push_back(mounted);
+        }
+    }
+    for (const auto& [other, held] : byStick(leaving, others)) {
+        plugAll(other, held, outcomes);
+    }
+    return inOrder(outcomes);
+}
+
+std::vector<Outcome> heal()
+{
+    const InstanceLock lock;
+    const std::vector<std::string> sticks = mountedSticks();
+    Identifiers toUnplug;
+    std::map<std::string, Identifiers> toPlug;
+    Outcomes outcomes;
+    for (const Widget& widget : lookAtWidgets(registeredWidgets(RegistryAccess::CHANGE))) {
+        if (widget.wrong.empty()) {
+            continue;
+        }
+        if (widget.state == State::UNKNOWN || widget.state == State::ON_DEVICE) {
+            outcomes[widget.identifier] = clearLinks(widget);
+            continue;
+        }
+        // It holds nothing but links. If it cannot be made, the second look tells.
+        std::error_code error;
+        fs::create_directories(imageDirectory(widget.identifier), error);
+        const std::string stick = stickWithImage(widget, sticks);
+        (stick.empty() ? toUnplug : toPlug[stick]).push_back(widget.identifier);
+    }
+    unplugAll(toUnplug, outcomes);
+    for (const auto& [stick, identifiers] : toPlug) {
+        plugAll(stick, identifiers, outcomes);
+    }
+
+    for (const Widget& widget : lookAtWidgets(registeredWidgets(RegistryAccess::CHANGE))) {
+        if (!widget.wrong.empty() && outcomes[widget.identifier].verdict != "failed") {
+            outcomes[widget.identifier] = {widget.identifier, "failed", "",
+                                           "it is still " + joined(widget.wrong) + "; see what stands in " +
+                                               imageDirectory(widget.identifier) + ", or install it again"};
+        }
+    }
+    return inOrder(outcomes);
+}
+
+}  // namespace ZelmarWidgets
