@@ -6,7 +6,9 @@ import shutil
 import socket
 import sqlite3
 import subprocess
+import sys
 import threading
+import unittest
 from collections import namedtuple
 from contextlib import closing, contextmanager
 from pathlib import Path
@@ -37,10 +39,13 @@ class SystemLog:
         self.lines = SimpleQueue()
         self.received = []
         self.watch = None  # called with each line as it comes, if set
+        self.stalled = threading.Lock()  # whoever holds it keeps the lines from being read
         threading.Thread(target=self.read, daemon=True).start()
 
     def read(self):
         while True:
+            with self.stalled:
+                pass
             line = self.socket.recv(1 << 20)
             if self.watch:
                 self.watch(line)
@@ -72,9 +77,8 @@ class Device:
             return database.execute(statement, values).fetchall()
 
     def widget(self, name, usb=True, files=("image",) + METADATA):
-        """Installs a widget; `files` of its content are on the stick, if it is a widget on USB."""
-        self.sql("INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb) VALUES (?, ?, ?)",
-                 f"t.{name}", name, usb)
+        """Installs a widget, the first with handle 0; `files` of its content are on the stick, if it is one on USB."""
+        self.sql("INSERT INTO widget SELECT count(*), ?, ?, ?, 0, NULL FROM widget", f"t.{name}", name, usb)
         self.place(name).mkdir()
         if usb:
             self.content(name, files)
@@ -92,12 +96,12 @@ class Device:
     def place(self, name):
         return APPS / f"{name}_img"
 
-    def run(self, *words, **options):
-        """Calls the tool; `options` are those of subprocess.run."""
-        done = subprocess.run([*self.tool, *words], **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
+    def run(self, *words, under=(), **options):
+        """Calls the tool, `under` another such as strace; `options` are those of subprocess.run."""
+        done = subprocess.run([*under, *self.tool, *words], **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                                                        "timeout": 100, **options})
         out, err = ((text or b"").decode("utf-8", "backslashreplace") for text in (done.stdout, done.stderr))
-        assert done.returncode in (0, 255) or done.returncode < 0, err  # else what the tool runs under has found something
+        assert done.returncode in (0, 255) or done.returncode < 0, err  # else what it runs under has found something
         return Run(done.returncode, out, err, self.log.take())
 
     def available(self, *names, **options):
@@ -126,6 +130,30 @@ class Device:
         """All that a run may change."""
         names = [name for name, in self.sql("SELECT kx_app_id FROM widget ORDER BY handle")]
         return {name: (self.row(name), self.links(name)) for name in names}
+
+    def __str__(self):
+        rows = subprocess.run(["sqlite3", "-readonly", DATABASE, "SELECT * FROM widget LIMIT 20"], capture_output=True)
+        files = [f"{path} -> {os.readlink(path)} [{label(path)}]" if path.is_symlink() else f"{path}"
+                 for path in [*APPS.rglob("*"), *STICK.rglob("*")][:100]]
+        parts = {"Rows": [(rows.stdout + rows.stderr).decode()], "Files": files, "Last log": self.log.received[-30:]}
+        return "".join(f"{part}:\n  " + "\n  ".join(lines) + "\n" for part, lines in parts.items())
+
+
+class TelevisionTest(unittest.TestCase):
+    """Each test has a television of its own and shows it if it fails. The words of the command line call the tool."""
+
+    def setUp(self):
+        self.device = Device(sys.argv[1:])
+
+    def run(self, result=None):
+        before = len(result.failures + result.errors)
+        super().run(result)
+        if len(result.failures + result.errors) > before:
+            print(f"\n{self.id()} failed on this device:\n{self.device}", file=sys.stderr)
+
+    @staticmethod
+    def main():
+        unittest.main(argv=sys.argv[:1], verbosity=2)
 
 
 @contextmanager

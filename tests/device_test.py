@@ -1,24 +1,24 @@
-"""The tool itself on a device: real database, links, labels and log. The words of the command line call the tool."""
+"""The tool itself on a device: real database, links, labels and log."""
 
 import os
 import re
 import shlex
 import shutil
+import sqlite3
 import subprocess
 import sys
 import unittest
 from pathlib import Path
 
-from device import APPS, DATABASE, METADATA, STICK, Device, Link, Row, held_by_another, mounted
+from device import APPS, DATABASE, METADATA, STICK, Link, Row, TelevisionTest
 
 README = Path(__file__).parent.parent / "README.md"
 TOOL = sys.argv[1:]
+INSTRUMENTED = "INSTRUMENTED" in os.environ or len(TOOL) > 1
+UNATTACHED = "Cannot attach DBConnection to current thread\n"
 
 
-class DeviceTest(unittest.TestCase):
-    def setUp(self):
-        self.device = Device(TOOL)
-
+class DeviceTest(TelevisionTest):
     def test_the_life_of_a_stick(self):
         device = self.device
         device.widget("a").widget("b", files=["image", "config.xml"])
@@ -32,11 +32,9 @@ class DeviceTest(unittest.TestCase):
         run = device.available("a", "missing", "b", "bare", "local", "a")
         self.assertEqual((0, "a,SUCCESS:missing,FAIL,Widget_Is_Not_Installed:b,SUCCESS:bare,SUCCESS:"
                              "local,FAIL,Local_Storage_Used:a,SUCCESS:\n", ""), run[:3])
-        self.assertEqual(device.linked("a", **ours), device.state()["a"])
-        self.assertEqual(device.linked("b", ["config.xml"], **ours), device.state()["b"])
-        self.assertEqual((Row(True, f"{STICK}/bare_img"), {}), device.state()["bare"])
-        self.assertEqual(before["local"], device.state()["local"])
-        plugged = device.state()
+        plugged = {"a": device.linked("a", **ours), "b": device.linked("b", ["config.xml"], **ours),
+                   "bare": (Row(True, f"{STICK}/bare_img"), {}), "local": before["local"]}
+        self.assertEqual(plugged, device.state())
 
         # Again, in another order, the stick named from where sticks are mounted: the same.
         run = device.run("--make-available", "--path", STICK.name, "bare", "b", "a", cwd=STICK.parent)
@@ -59,16 +57,27 @@ class DeviceTest(unittest.TestCase):
         self.assertEqual("b,SUCCESS:a,SUCCESS:\n", device.available("b", "a").out)
         self.assertEqual(device.linked("a", ["widget.info"], **ours), device.state()["a"])
         self.assertEqual((Row(True, f"{STICK}/b_img"), ours), device.state()["b"])
-        device.content("b", ["image"])
 
-        # An image directory that is gone or read-only does not stop the run; the log tells of the link that stays.
-        device.available("b")
-        shutil.rmtree(device.place("a"))
-        with mounted(device.place("b"), "--bind", "-o", "ro", device.place("b")):
-            self.assertEqual("b,FAIL,Synlinks_Create_Error:\n", device.available("b").out)
-            run = device.unavailable("a", "b")
-        self.assertEqual("a,FAIL,Install_Dir_Not_Found:b,SUCCESS:\n", run.out)
-        self.assertRegex("\n".join(run.log), "Cannot remove symlink: .*/b.img, error: Read-only file system")
+    def test_identifiers_are_text(self):
+        device, cleared = self.device, (Row(False, ""), {})
+        names = ("..", "two words", "'\"`$(reboot)", "%s%n%e", "a;DROP TABLE widget", "new\nline", "колобок😀", "--help")
+        for name in names:
+            device.widget(name)
+        for call, outcome in ((device.available, device.linked), (device.unavailable, lambda name: cleared)):
+            self.assertEqual((0, "".join(f"{name},SUCCESS:" for name in names) + "\n", ""), call(*names)[:3])
+            self.assertEqual({name: outcome(name) for name in names}, device.state())
+
+    def test_the_path_is_checked_from_here_and_resolved_from_the_mount_root(self):
+        here = Path("/opt/here")
+        (here / "only_here").mkdir(parents=True)
+        (here / STICK.name).mkdir()
+        self.device.widget("a")
+        for path, err in (("only_here", f"No such file or directory: \"{STICK.parent}/only_here\"\n"),
+                          ("none", "External path does not exist or is not a directory\n"), (STICK.name, "")):
+            with self.subTest(path):
+                run = self.device.run("--make-available", "--path", path, "a", cwd=here)
+                self.assertEqual((255 if err else 0, err), (run.status, run.err[-len(err):]))
+        self.assertEqual(self.device.linked("a"), self.device.state()["a"])
 
     def test_bad_input_changes_nothing(self):
         before = self.device.widget("a").state()
@@ -82,6 +91,7 @@ class DeviceTest(unittest.TestCase):
                 self.assertEqual((255, "", message + "\n"), run[:3])
                 self.assertIn(f"<7> main: main(78) > Input parameters error: {message}", run.log)
                 self.assertEqual(before, self.device.state())
+        self.assertEqual(self.device.run("--help").err.partition("\n")[2], self.device.run().err)
 
     def test_the_readme_reads_a_result_line(self):
         self.device.widget("a:b").widget("x", usb=False)
@@ -106,50 +116,62 @@ class DeviceTest(unittest.TestCase):
 
     def test_attachment_says_what_is_wrong_with_the_database(self):
         for spoil, reason in (("sqlite3 $0 'PRAGMA user_version = 0'", "schema version 0 instead of 1"),
+                              ("sqlite3 $0 'PRAGMA user_version = 2'", "schema version 2 instead of 1"),
                               ("sqlite3 $0 'PRAGMA application_id = 1'", "not a widget database"),
                               ("echo 'Some other file' >$0", "file is not a database"),
                               ("rm $0", "No such file or directory")):
             subprocess.run(["sh", "-c", spoil, DATABASE], check=True)
             run = self.device.run("--make-all-unavailable")
-            self.assertEqual((255, "", "Cannot attach DBConnection to current thread\n"), run[:3])
+            self.assertEqual((255, "", UNATTACHED), run[:3])
             self.assertTrue(run.log[0].endswith(f"SqlException caught: Open {DATABASE}: {reason}"), run.log)
             self.assertEqual("<3> main: main(41) > Cannot attach DBConnection to current thread", run.log[1])
         self.assertFalse(DATABASE.exists())
 
-    @unittest.skipIf("INSTRUMENTED" in os.environ, "its system calls are not the tool's own")
-    def test_changes_are_seen_at_once_and_synced_once(self):
-        names = [f"w{number}" for number in range(100)]
+    def test_rows_that_nobody_expects(self):
+        device = self.device.widget("a").widget("odd").widget("unnamed")
+        device.sql("UPDATE widget SET tizen_app_id = CAST(X'C328' AS TEXT), available = 1 WHERE kx_app_id = 'odd'")
+        device.sql("UPDATE widget SET kx_app_id = NULL, available = 1 WHERE kx_app_id = 'unnamed'")
+        run = device.available("a", "odd")
+        self.assertEqual((255, "", "Find a widget by its KxAppId: Not well-formed UTF-8: \\xc3(\n"), run[:3])
+        device.available("a")
+        run = device.run("--make-all-unavailable")
+        self.assertEqual((0, "a,SUCCESS:\n", ""), run[:3])
+        told = [line.partition(" > ")[2] for line in run.log if "make_all" in line]
+        self.assertEqual(["Dao handle: t.a", "Database error: Read a widget's TizenAppId: Not well-formed UTF-8: \\xc3(",
+                          "Dao handle: t.unnamed", "Action's clean is not required."], told)
+
+    def test_each_change_is_seen_at_once(self):
+        names = [f"w{number}" for number in range(20)]
         for name in names:
             self.device.widget(name, files=["image"])
-        seen = []
+        seen, reader = [], sqlite3.connect(DATABASE, check_same_thread=False)
 
         def watch(line):
             if b"=== Processing widget" in line:
-                seen.append(self.device.sql("SELECT count(*) FROM widget WHERE available")[0][0])
+                seen.append(reader.execute("SELECT count(*) FROM widget WHERE available").fetchone()[0])
         self.device.log.watch = watch
         self.device.available(*names)
         self.device.log.watch = None
-        self.assertEqual(100, len(seen))
+        reader.close()
+        self.assertEqual(20, len(seen))
         self.assertTrue(all(available >= before for before, available in enumerate(seen)), seen)
 
-        trace = ["strace", "-qq", "-e", "trace=fsync,fdatasync,syncfs", "-o", "/opt/trace"]
-        for some in (names[:1], names, ()):
-            words = ("--make-unavailable", *some) if some else ("--make-all-unavailable",)
-            subprocess.run([*trace, *TOOL, *words], check=True, capture_output=True)
-            syncs = re.findall(r"^\w+", Path("/opt/trace").read_text(), re.M)
-            self.assertEqual(["syncfs"] if some else [], syncs)
+    @unittest.skipIf(INSTRUMENTED, "its system calls are not the tool's own")
+    def test_a_link_that_is_not_made_is_missed(self):
+        self.device.widget("a")
+        run = self.device.available("a", under=["strace", "-o/opt/trace", "-e", "inject=symlink:retval=0:when=2"])
+        self.assertEqual("a,FAIL,Synlinks_Create_Error:\n", run.out)
+        self.assertIn(" > Symlink create failed: [No such file or directory]", "\n".join(run.log))
+        self.assertEqual((Row(False, None), {}), self.device.state()["a"])
 
-    @unittest.skipIf("INSTRUMENTED" in os.environ or len(TOOL) > 1, "its memory is not the tool's own")
+    @unittest.skipIf(INSTRUMENTED, "its memory is not the tool's own")
     def test_a_widget_takes_less_than_800_bytes(self):
         self.device.sql("WITH RECURSIVE w(n) AS (SELECT 0 UNION ALL SELECT n + 1 FROM w LIMIT 25000) "
                         "INSERT INTO widget SELECT n, 't.' || n, 'widget' || n, 1, 1, '/x' FROM w")
         for number in range(25000):
             (APPS / f"widget{number}_img").mkdir()
-        Path("/dev/log").unlink()  # without a reader the tool runs all the same
-        Device.log = None
-        limited = ["sh", "-c", f'ulimit -d {25000 * 800 // 1024} && "$@"', "sh", *TOOL, "--make-all-unavailable"]
-        done = subprocess.run(limited, check=True, capture_output=True)
-        self.assertEqual(25000, done.stdout.count(b",SUCCESS:"))
+        limited = ["sh", "-c", f'ulimit -d {25000 * 800 // 1024} && "$@"', "sh"]
+        self.assertEqual(25000, self.device.run("--make-all-unavailable", under=limited).out.count(",SUCCESS:"))
 
 
-unittest.main(argv=sys.argv[:1], verbosity=2)
+DeviceTest.main()

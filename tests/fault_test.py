@@ -1,14 +1,13 @@
-"""The tool in trouble: a database that fails it, another instance beside it, command lines that make no sense."""
+"""The tool in trouble: a database that fails it, another instance beside it."""
 
 import random
 import subprocess
 import sys
 import time
-import unittest
 from contextlib import nullcontext
 from pathlib import Path
 
-from device import DATABASE, STICK, Device, held_by_another, mounted
+from device import DATABASE, STICK, TelevisionTest, held_by_another, mounted
 
 TOOL = sys.argv[1:]
 BOTH, NONE = "a,SUCCESS:b,SUCCESS:\n", "a,FAIL,Unknown_Error:b,FAIL,Unknown_Error:\n"
@@ -16,44 +15,11 @@ ONLY_B, UNATTACHED = "a,FAIL,Unknown_Error:b,SUCCESS:\n", "Cannot attach DBConne
 EXCLUSIVE = "PRAGMA locking_mode = EXCLUSIVE; BEGIN; UPDATE widget SET handle = handle; COMMIT"
 REFUSAL = "CREATE TRIGGER t BEFORE UPDATE OF %s ON widget WHEN OLD.kx_app_id = 'a' BEGIN SELECT RAISE(ABORT, 'no'); END"
 
-AVAILABLE, UNAVAILABLE, ALL = ACTIONS = ("--make-available", "--make-unavailable", "--make-all-unavailable")
-PATH, ILL_FORMED = f"--path={STICK}", "\udcc3("
-MEANING = {**{word: word for word in (*ACTIONS, PATH)},
-           "--make-av": AVAILABLE, "--make-all": ALL, "--pa=/none": PATH, "--he": ""}
-NAMES = ("a", "b", "..", "two words", "'\"`$(reboot)", "%s%n%e", "a;DROP TABLE widget", "line\nbreak", "колобок😀",
-         "-x", "--")
-WORDS = (*MEANING, *NAMES, "--make-a", "--zork", "---", "--help=", "local", "", "-", "a/b", "../a", "x" * 100000,
-         "--%original_token%", "--%option%=", "--path=%value% x", ILL_FORMED)
-LINES = ((AVAILABLE, PATH), (PATH, AVAILABLE, "--"), (UNAVAILABLE,), (ALL,), ())
 
-
-def foretold(words, installed, available):
-    """Status, output and widgets that a run takes up; `available` becomes the widgets available after it."""
-    end = words.index("--") if "--" in words else len(words)
-    options = [word for word in words[:end] if word[:1] == "-" != word]
-    ids = [word for word in words[:end] if word not in options] + words[end + 1:]
-    meant = [MEANING.get(word) for word in options]
-    action = [word for word in meant if word in ACTIONS]
-    if None in meant or len(set(meant)) < len(meant) or len(action) > 1:
-        return 255, "", []
-    if action and action != [ALL] and (not ids or ILL_FORMED in ids) or action == [AVAILABLE] and PATH not in options:
-        return 255, "", []
-    if action == [ALL]:
-        ids = [name for name in installed if name in available]
-    verdicts = ""
-    for name in ids if action else ():
-        reason = "Widget_Is_Not_Installed" if name not in installed else "Local_Storage_Used"
-        if name in installed and (name != "local" or action != [AVAILABLE]):
-            (available.add if action == [AVAILABLE] else available.discard)(name)
-            verdicts += f"{name},SUCCESS:"
-        else:
-            verdicts += f"{name},FAIL,{reason}:"
-    return 0, verdicts + "\n" if action else "", ids if action == [AVAILABLE] else []
-
-
-class FaultTest(unittest.TestCase):
+class FaultTest(TelevisionTest):
     def setUp(self):
-        self.device = Device(TOOL).widget("a").widget("b")
+        super().setUp()
+        self.device.widget("a").widget("b")
 
     def run_in(self, trouble=nullcontext(), seconds=0):
         """A run that ends in time, says why if it failed, and has linked just the widgets that it says it has."""
@@ -127,12 +93,14 @@ class FaultTest(unittest.TestCase):
         self.assertEqual((255, "", "Find a widget by its KxAppId: no such table: widget\n"), self.run_in()[:3])
 
     def test_two_at_once(self):
-        lines = [(AVAILABLE, PATH, "a", "b"), (UNAVAILABLE, "a", "b"), (ALL,)]
+        lines = (("--make-available", "--path", STICK, "a", "b"), ("--make-unavailable", "a", "b"),
+                 ("--make-all-unavailable",))
         done = [self.device.run(*words) and self.device.state() for words in lines]
         mixed = 0
         for _ in range(300):
             pair = random.choices(range(3), k=2)
-            for process in [subprocess.Popen([*TOOL, *lines[action]], stdout=subprocess.DEVNULL) for action in pair]:
+            processes = [subprocess.Popen([*TOOL, *lines[action]], stdout=subprocess.DEVNULL) for action in pair]
+            for process in processes:
                 self.assertEqual(0, process.wait(20))
             mixed += self.device.state() not in [done[action] for action in pair]
             healing = min(random.choice(pair), 1)  # a link whose widget lost its state goes only by name
@@ -141,20 +109,5 @@ class FaultTest(unittest.TestCase):
             self.assertEqual([("ok",)], self.device.sql("PRAGMA integrity_check"))
         print(f"{mixed} of 300 pairs left a mixture that the next run healed", end=" ... ")
 
-    def test_random_lines(self):
-        for name in NAMES[2:]:
-            self.device.widget(name)
-        self.device.widget("local", usb=False).available(*NAMES)
-        plugged, available = self.device.state(), set()
-        self.device.unavailable(*NAMES, "local")
-        cleared = self.device.state()
-        for _ in range(1000):
-            words = [*random.choices(WORDS, k=random.randrange(4)), *random.choice(LINES),
-                     *random.choices(WORDS, k=random.randrange(3))]
-            told, run = foretold(words, cleared, available), self.device.run(*words)
-            begun = [line.partition(" > ===== Processing widget: ")[2] for line in run.log if " > =====" in line]
-            self.assertEqual((*told[:2], [f"{name} ======" for name in told[2]]), (*run[:2], begun), words)
-            self.assertEqual({**cleared, **{name: plugged[name] for name in available}}, self.device.state())
 
-
-unittest.main(argv=sys.argv[:1], verbosity=2)
+FaultTest.main()
