@@ -2,15 +2,17 @@
 
 import os
 import re
+import resource
 import shlex
 import shutil
 import sqlite3
 import subprocess
 import sys
+import time
 import unittest
 from pathlib import Path
 
-from device import APPS, DATABASE, METADATA, STICK, Link, Row, TelevisionTest
+from device import APPS, DATABASE, METADATA, STICK, Link, Row, TelevisionTest, label
 
 README = Path(__file__).parent.parent / "README.md"
 TOOL = sys.argv[1:]
@@ -50,6 +52,13 @@ class DeviceTest(TelevisionTest):
         self.assertEqual((0, "\n", ""), device.run("--make-all-unavailable")[:3])
         self.assertEqual("a,SUCCESS:b,SUCCESS:\n", device.unavailable("a", "b").out)
         self.assertEqual(cleared, device.state())
+
+        # An image directory that is gone fails its widget alone; the log's number is any.
+        device.place("b").rename("/opt/moved")
+        run = device.unavailable("b", "a")
+        self.assertEqual("b,FAIL,Install_Dir_Not_Found:a,SUCCESS:\n", run.out)
+        self.assertRegex("\n".join(run.log), r"Cannot find widget install path: /opt/usr/apps/b_img, [-.+\de]+rror\n")
+        Path("/opt/moved").rename(device.place("b"))
 
         # Changed while away: what the content no longer asks for is gone.
         device.content("a", ["image", "widget.info"])
@@ -105,12 +114,21 @@ class DeviceTest(TelevisionTest):
         (device.place("atlas") / "config.xml").write_text("real")
         reader, broken_pipe = os.pipe()
         os.close(reader)
+        full_grown = os.open("/opt/result", os.O_CREAT | os.O_WRONLY)
+        os.lseek(full_grown, 1 << 30, os.SEEK_SET)
+
+        def limit_files():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
         for output, reason in (({"stdout": os.open("/dev/full", os.O_WRONLY)}, "No space left on device"),
                                ({"stdout": broken_pipe}, "Broken pipe"),
-                               ({"preexec_fn": lambda: os.close(1)}, "Bad file descriptor")):
+                               ({"stdout": full_grown, "preexec_fn": limit_files}, "File too large"),
+                               ({"preexec_fn": lambda: os.close(1)}, "Bad file descriptor"),
+                               ({"preexec_fn": lambda: os.closerange(0, 3)}, None)):
             with self.subTest(reason):
                 run = device.available("a", "atlas", **output)
-                self.assertEqual((255, "", f"Cannot write the result line to standard output: {reason}\n"), run[:3])
+                message = f"Cannot write the result line to standard output: {reason}\n" if reason else ""
+                self.assertEqual((255, "", message), run[:3])
+                self.assertEqual([], [line for line in run.log if line[:1] != "<"])  # else one fell into the socket
                 self.assertEqual({"a": (Row(False, ""), {}), "atlas": (Row(False, None), {"config.xml": None})},
                                  device.state())
 
@@ -137,8 +155,12 @@ class DeviceTest(TelevisionTest):
         run = device.run("--make-all-unavailable")
         self.assertEqual((0, "a,SUCCESS:\n", ""), run[:3])
         told = [line.partition(" > ")[2] for line in run.log if "make_all" in line]
-        self.assertEqual(["Dao handle: t.a", "Database error: Read a widget's TizenAppId: Not well-formed UTF-8: \\xc3(",
-                          "Dao handle: t.unnamed", "Action's clean is not required."], told)
+        odd = "Database error: Read a widget's TizenAppId: Not well-formed UTF-8: \\xc3("
+        self.assertEqual(["Dao handle: t.a", odd, "Dao handle: t.unnamed", "Action's clean is not required."], told)
+
+        for refused in ("a/b", "a\0b"):
+            with self.assertRaises(sqlite3.IntegrityError):
+                device.widget(refused)
 
     def test_each_change_is_seen_at_once(self):
         names = [f"w{number}" for number in range(20)]
@@ -157,6 +179,62 @@ class DeviceTest(TelevisionTest):
         self.assertTrue(all(available >= before for before, available in enumerate(seen)), seen)
 
     @unittest.skipIf(INSTRUMENTED, "its system calls are not the tool's own")
+    def test_a_run_is_on_the_disk_when_it_ends(self):
+        names, device = [f"w{number}" for number in range(100)], self.device
+        for name in names:
+            device.widget(name, files=["image"])
+        changing = [call for count in (1, 10, 100) for call in (
+            ("--make-available", "--path", STICK, *names[:count]), ("--make-unavailable", *names[:count]))]
+        for words in (*changing, ["--make-all-unavailable"]):
+            device.run(*words, under=["strace", "-qqo/opt/trace", "-etrace=fsync,fdatasync,syncfs"])
+            self.assertIn(len(Path("/opt/trace").read_text().splitlines()), (1, 2) if words in changing else (0,), words)
+        run = device.run(*changing[0], under=["strace", "-o/opt/trace", "-einject=fsync,fdatasync,syncfs:error=EIO"])
+        self.assertEqual((0, "w0,SUCCESS:\n", ""), run[:3])
+        self.assertRegex(run.log[-1], r"~DbConnectionWrapper\(63\) > Error, exception caught: Sync .*Input/output error")
+
+    def test_who_may_only_read_the_database_can(self):
+        self.device.widget("a").available("a")
+        for path in (*DATABASE.parent.iterdir(), DATABASE.parent):
+            path.chmod(0o555)
+        reader = ["setpriv", "--bounding-set=-all", "sqlite3", "-readonly", DATABASE,
+                  "SELECT kx_app_id, available FROM widget"]
+        self.assertEqual(b"a|1\n", subprocess.run(reader, stdout=subprocess.PIPE).stdout)
+
+    @unittest.skipIf(INSTRUMENTED, "its system calls are not the tool's own")
+    def test_only_links_are_labelled(self):
+        link, victim = self.device.widget("a").place("a") / "a.img", Path("/opt/victim")
+        victim.touch()
+
+        def swap(line):
+            if b"Preaparing" in line and victim.stat().st_nlink == 1:
+                link.unlink()
+                link.hardlink_to(victim)
+        self.device.log.watch = swap
+        delay = ["strace", "-qqo/opt/trace", "-P", link, "-einject=openat,lsetxattr,setxattr:delay_enter=300000"]
+        self.assertEqual("a,FAIL,Synlinks_Create_Error:\n", self.device.available("a", under=delay).out)
+        self.device.log.watch = None
+        self.assertEqual((2, None), (victim.stat().st_nlink, label(victim)))
+
+    def test_no_logger_holds_the_tool(self):
+        device = self.device.widget("a")
+        line, done = [*TOOL, "--make-available", "--path", STICK, "a"], b"a,SUCCESS:\n"
+        usual = (device.available("a"), device.available("a"))[1].log
+        device.log.watch = lambda line: time.sleep(0.02)
+        self.assertEqual(len(usual), len(device.available("a").log))
+        device.log.watch = None
+        with device.log.stalled:
+            start = time.monotonic()
+            self.assertEqual(done, subprocess.run(line, stdout=subprocess.PIPE).stdout)
+            self.assertLess(time.monotonic() - start, 3)
+        device.log.take()
+        Path("/dev/log").rename("/dev/no_log")
+        self.assertEqual(done, subprocess.run(line, stdout=subprocess.PIPE).stdout)
+        Path("/dev/no_log").rename("/dev/log")
+        # A line that the socket does not take arrives cut.
+        result = device.unavailable("x" * 120000, "y" * 120000).log[-1]
+        self.assertTrue(result.startswith("<7> main: main(88) > chosenAction result : xxx") and len(result) > 150000)
+
+    @unittest.skipIf(INSTRUMENTED, "its system calls are not the tool's own")
     def test_a_link_that_is_not_made_is_missed(self):
         self.device.widget("a")
         run = self.device.available("a", under=["strace", "-o/opt/trace", "-e", "inject=symlink:retval=0:when=2"])
@@ -172,6 +250,7 @@ class DeviceTest(TelevisionTest):
             (APPS / f"widget{number}_img").mkdir()
         limited = ["sh", "-c", f'ulimit -d {25000 * 800 // 1024} && "$@"', "sh"]
         self.assertEqual(25000, self.device.run("--make-all-unavailable", under=limited).out.count(",SUCCESS:"))
+        self.assertLessEqual(os.path.getsize(f"{DATABASE}-wal"), 2 << 20)
 
 
 DeviceTest.main()
