@@ -5,8 +5,10 @@
 #include <boost/filesystem/path.hpp>
 #include <boost/program_options.hpp>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "log.h"
@@ -18,13 +20,46 @@ namespace ZelmarFrontend {
 
 namespace {
 
-// The option library fills words into its message in place of %these%, for as long as it finds one: a word that brings
-// its own along would keep it at that forever.
-bool bringsPlaceholder(const std::string& option)
+// The option library fills words into its message in place of %these%, each for as long as it finds its place there: a
+// word that brings its own place along would keep it at that forever.
+class LibraryMessage : public po::error_with_option_name {
+public:
+    explicit LibraryMessage(const po::error_with_option_name& thrown) : po::error_with_option_name(thrown) {}
+
+    /** The name of the word that never ends, found by filling in as the library does, in its order; empty if none. */
+    std::string getEndlessWord() const
+    {
+        std::map<std::string, std::string> words = m_substitutions;
+        words["canonical_option"] = get_canonical_option_name();
+        words["prefix"] = get_canonical_option_prefix();
+        m_message = m_error_template;
+        for (const auto& [name, word] : words) {
+            const std::string place = "%" + name + "%";
+            if (boost::contains(m_message, place) && boost::contains(word, place)) {
+                return name;
+            }
+            replace_token(place, word);
+        }
+        return "";
+    }
+};
+
+// Takes the plain words at the head of `words` at once: the library, for each, moves all that are left.
+std::vector<po::option> takePlainWords(std::vector<std::string>& words)
 {
-    const auto placeholders = {"%canonical_option%", "%option%", "%original_token%"};
-    return std::any_of(placeholders.begin(), placeholders.end(),
-                       [&option](const char* placeholder) { return boost::contains(option, placeholder); });
+    std::vector<po::option> taken;
+    if (words.size() == 1) {
+        return taken;  // the library asks, too, whether the word behind an option looks like one itself
+    }
+    const auto end = std::find_if(words.begin(), words.end(),
+                                  [](const std::string& word) { return word.size() > 1 && word[0] == '-'; });
+    for (auto word = words.begin(); word != end; ++word) {
+        po::option& plain = taken.emplace_back();
+        plain.value = {*word};
+        plain.original_tokens = {*word};
+    }
+    words.erase(words.begin(), end);
+    return taken;
 }
 
 }  // namespace
@@ -54,13 +89,18 @@ KxWrtFrontendParameterParser::KxWrtFrontendParameterParser(
     all.add(allowed).add(required).add(hidden);
 
     try {
-        po::store(po::command_line_parser(argc, argv).options(all).positional(positional).run(), m_parametersMap);
+        po::store(po::command_line_parser(argc, argv)
+                      .options(all)
+                      .positional(positional)
+                      .extra_style_parser(takePlainWords)
+                      .run(),
+                  m_parametersMap);
     } catch (po::error_with_option_name& e) {
-        if (bringsPlaceholder(e.get_option_name())) {
+        const std::string endless = LibraryMessage(e).getEndlessWord();
+        if (endless == "value") {
+            e.set_substitute("value", "");  // an empty one is left out of the message
+        } else if (!endless.empty()) {
             throw std::runtime_error("Unknown or malformed option: " + e.get_option_name());
-        }
-        if (std::any_of(argv, argv + argc, [](const char* word) { return boost::contains(word, "%value%"); })) {
-            e.set_substitute("value", "");
         }
         throw;
     }
