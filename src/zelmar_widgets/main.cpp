@@ -148,9 +148,9 @@ int main(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);
     holdStandardStreams();
     std::ios::sync_with_stdio(false);
-    CLI::App app("Looks after the widgets on USB sticks: what is available, from where, and whether it is whole.",
-                 "zelmar-widgets");
     try {
+        CLI::App app("Looks after the widgets on USB sticks: what is available, from where, and whether it is whole.",
+                     "zelmar-widgets");
         ExitStatus status = ALL_WELL;
         try {
             status = run(app, argc, argv);

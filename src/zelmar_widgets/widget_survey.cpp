@@ -52,7 +52,7 @@ std::vector<std::string> faultsOfLinks(const Widget& widget, const std::string& 
         faults.push_back(NO_IMAGE);
     }
     for (const std::string& name : linkNames(widget.identifier)) {
-        const std::string target = content + "/" + name;
+        const std::string target = fs::path(content) / name;
         const bool needed = hasImage && isFile(target);
         const auto link = std::find_if(widget.links.begin(), widget.links.end(),
                                        [&](const Link& candidate) { return candidate.name == name; });

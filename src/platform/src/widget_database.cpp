@@ -36,6 +36,18 @@ const char* accessible(const char* file)
 
 }  // namespace
 
+void requireWidgetDatabase(SQLite::Database& database)
+{
+    if (database.execAndGet("PRAGMA application_id").getInt() != APPLICATION_ID) {
+        throw SQLite::Exception("not a widget database");
+    }
+    const int version = database.execAndGet("PRAGMA user_version").getInt();
+    if (version != SCHEMA_VERSION) {
+        throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
+                                std::to_string(SCHEMA_VERSION));
+    }
+}
+
 SyncHandle::SyncHandle(const char* path) : m_file(open(path, O_RDONLY | O_CLOEXEC)) {}
 
 SyncHandle::~SyncHandle()
@@ -68,14 +80,7 @@ WidgetDatabase::WidgetDatabase()
     // The log stays when the database is closed: who may only read needs it, and no run pays for folding it in.
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 
-    if (readInt("PRAGMA application_id") != APPLICATION_ID) {
-        throw SQLite::Exception("not a widget database");
-    }
-    const int version = readInt("PRAGMA user_version");
-    if (version != SCHEMA_VERSION) {
-        throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
-                                std::to_string(SCHEMA_VERSION));
-    }
+    requireWidgetDatabase(m_database);
     if (m_database.execAndGet("PRAGMA journal_mode = WAL").getString() != "wal") {
         throw SQLite::Exception("no write-ahead log");
     }

@@ -13,6 +13,9 @@ constexpr char DATABASE_FILE[] = "/opt/usr/zelmar/widgets.db";
 constexpr int APPLICATION_ID = 0x5a4b5857;  // as widget_db.sql sets it
 constexpr int SCHEMA_VERSION = 1;
 
+/** Throws SQLite::Exception if the tables are not ours, or of another version. */
+void requireWidgetDatabase(SQLite::Database& database);
+
 /**
  * A file or folder by which its file system is synced. Open it before the changes: a sync tells only of the writes that
  * failed since then.

@@ -1,14 +1,13 @@
-#include <SQLiteCpp/SQLiteCpp.h>
 #include <fcntl.h>
 #include <platform/dpl.h>
 #include <platform/widget_registry.h>
-#include <sqlite3.h>
 #include <unistd.h>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 
+#include "widget_database.h"
 #include "widget_db.h"
 
 namespace fs = std::filesystem;
@@ -17,9 +16,6 @@ namespace ZelmarDB {
 
 namespace {
 
-const std::string DATABASE_FILE = "/opt/usr/zelmar/widgets.db";
-constexpr int APPLICATION_ID = 0x5a4b5857;  // as widget_db.sql sets it
-constexpr int SCHEMA_VERSION = 1;
 constexpr int BUSY_TIMEOUT_MS = 5000;
 
 RegistryError systemError(int error, const std::string& path)
@@ -40,16 +36,17 @@ RegistryError databaseError(const SQLite::Exception& e)
         case SQLITE_FULL:
             return systemError(ENOSPC, DATABASE_FILE);
         default:
-            return {DATABASE_FILE + ": " + e.what(), 0};
+            return {std::string(DATABASE_FILE) + ": " + e.what(), 0};
     }
 }
 
 /** What SQLite is to open. A folder that is not ours to write in has no log only if nobody has the database open. */
 std::string readableFile()
 {
-    const bool hasLog = access((DATABASE_FILE + "-wal").c_str(), F_OK) == 0;
-    const bool mayMakeLog = access(fs::path(DATABASE_FILE).parent_path().c_str(), W_OK) == 0;
-    return "file:" + DATABASE_FILE + (hasLog || mayMakeLog ? "" : "?immutable=1");
+    const std::string file = DATABASE_FILE;
+    const bool hasLog = access((file + "-wal").c_str(), F_OK) == 0;
+    const bool mayMakeLog = access(fs::path(file).parent_path().c_str(), W_OK) == 0;
+    return "file:" + file + (hasLog || mayMakeLog ? "" : "?immutable=1");
 }
 
 /** The database, found to be one of ours. Throws RegistryError and SQLite::Exception. */
@@ -57,21 +54,14 @@ SQLite::Database openDatabase(RegistryAccess access)
 {
     const bool change = access == RegistryAccess::CHANGE;
     // SQLite's own text omits the system's reason.
-    if (faccessat(AT_FDCWD, DATABASE_FILE.c_str(), change ? R_OK | W_OK : R_OK, AT_EACCESS) != 0) {
+    if (faccessat(AT_FDCWD, DATABASE_FILE, change ? R_OK | W_OK : R_OK, AT_EACCESS) != 0) {
         throw systemError(errno, DATABASE_FILE);
     }
     SQLite::Database database(
         readableFile(), (change ? SQLite::OPEN_READWRITE : SQLite::OPEN_READONLY) | SQLITE_OPEN_URI, BUSY_TIMEOUT_MS);
     // The log stays at the end: who may only read the database needs it.
     sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    if (database.execAndGet("PRAGMA application_id").getInt() != APPLICATION_ID) {
-        throw SQLite::Exception("not a widget database");
-    }
-    const int version = database.execAndGet("PRAGMA user_version").getInt();
-    if (version != SCHEMA_VERSION) {
-        throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
-                                std::to_string(SCHEMA_VERSION));
-    }
+    requireWidgetDatabase(database);
     return database;
 }
 
@@ -147,8 +137,8 @@ void unregisterWidget(const std::string& identifier)
 bool createRegistry()
 {
     const fs::path folder = fs::path(DATABASE_FILE).parent_path();
-    const std::string draft = DATABASE_FILE + ".new";
-    if (access(DATABASE_FILE.c_str(), F_OK) == 0) {
+    const std::string draft = std::string(DATABASE_FILE) + ".new";
+    if (access(DATABASE_FILE, F_OK) == 0) {
         return false;
     }
     try {
@@ -156,7 +146,7 @@ bool createRegistry()
         fs::remove(draft);
         SQLite::Database(draft, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(WIDGET_DB_SQL);
         // Unlike a renaming, a link never takes the place of a database that another process has made meanwhile.
-        const int error = link(draft.c_str(), DATABASE_FILE.c_str()) == 0 ? 0 : errno;
+        const int error = link(draft.c_str(), DATABASE_FILE) == 0 ? 0 : errno;
         fs::remove(draft);
         if (error != 0 && error != EEXIST) {
             throw systemError(error, DATABASE_FILE);
