@@ -1,0 +1,31 @@
+#pragma once
+
+#include <boost/optional.hpp>
+#include <string>
+
+/**
+ * What a platform folder supplies to conformance_test: its database and labels, past the seam. Each call uses a
+ * connection of its own, waits for no lock, and throws a std::exception if it fails. Text is UTF-8.
+ */
+namespace Conformance {
+
+/** A new database without widgets, or none at all, in the place of any that is there. No thread is attached. */
+void makeDatabase();
+void removeDatabase();
+
+/** Makes every query and change fail, on the attached thread too; as by removing the table of widgets. */
+void breakDatabase();
+
+/** Adds a widget: not available, without a path. */
+void putWidget(const std::string& tizenAppId, const boost::optional<std::string>& kxAppId, bool installedOnUsb);
+
+struct State {
+    bool available;
+    boost::optional<std::string> externalStoragePath;
+};
+State readWidget(const std::string& tizenAppId);
+
+/** The label of the path itself, be it a link; empty if it has none. */
+std::string labelOf(const std::string& path);
+
+}  // namespace Conformance

@@ -1,0 +1,64 @@
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <sys/xattr.h>
+#include <boost/filesystem.hpp>
+#include <fstream>
+#include <sstream>
+
+#include "conformance.h"
+
+namespace Conformance {
+
+const boost::filesystem::path DATABASE_FILE = "/opt/usr/zelmar/widgets.db";
+
+void makeDatabase()
+{
+    removeDatabase();
+    boost::filesystem::create_directories(DATABASE_FILE.parent_path());
+    std::ostringstream schema;
+    schema << std::ifstream(SCHEMA).rdbuf();
+    SQLite::Database(DATABASE_FILE.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(schema.str());
+}
+
+void removeDatabase()
+{
+    boost::filesystem::remove_all(DATABASE_FILE.parent_path());
+}
+
+void breakDatabase()
+{
+    SQLite::Database(DATABASE_FILE.string(), SQLite::OPEN_READWRITE).exec("DROP TABLE widget");
+}
+
+void putWidget(const std::string& tizenAppId, const boost::optional<std::string>& kxAppId, bool installedOnUsb)
+{
+    SQLite::Database database(DATABASE_FILE.string(), SQLite::OPEN_READWRITE);
+    SQLite::Statement insert(database,
+                             "INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb) VALUES (?, ?, ?)");
+    insert.bind(1, tizenAppId);
+    if (kxAppId) {
+        insert.bind(2, *kxAppId);
+    }
+    insert.bind(3, installedOnUsb ? 1 : 0);
+    insert.exec();
+}
+
+State readWidget(const std::string& tizenAppId)
+{
+    SQLite::Database database(DATABASE_FILE.string());
+    SQLite::Statement query(database, "SELECT available, external_storage_path FROM widget WHERE tizen_app_id = ?");
+    query.bind(1, tizenAppId);
+    if (!query.executeStep()) {
+        throw std::runtime_error("No widget has the TizenAppId " + tizenAppId);
+    }
+    const SQLite::Column path = query.getColumn(1);
+    return {query.getColumn(0).getInt() == 1, boost::make_optional(!path.isNull(), path.getString())};
+}
+
+std::string labelOf(const std::string& path)
+{
+    char label[100];
+    const ssize_t size = lgetxattr(path.c_str(), "security.SMACK64", label, sizeof label);
+    return std::string(label, size < 0 ? 0 : static_cast<size_t>(size));
+}
+
+}  // namespace Conformance
