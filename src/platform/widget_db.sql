@@ -9,7 +9,7 @@ PRAGMA journal_mode = WAL;
 
 BEGIN;
 
-CREATE TABLE widget (
+CREATE TABLE IF NOT EXISTS widget (
     handle INTEGER PRIMARY KEY CHECK (handle BETWEEN 0 AND 2147483647),
     tizen_app_id TEXT NOT NULL UNIQUE,
     kx_app_id TEXT UNIQUE                     -- NULL: has none; it becomes part of file names
