@@ -1,4 +1,4 @@
--- The widget database. To create it, once:
+-- The widget database. To create it; a second time changes nothing:
 --     sqlite3 -bail -cmd '.dbconfig no_ckpt_on_close on' /opt/usr/zelmar/widgets.db < widget_db.sql > /dev/null
 -- The setting leaves the write-ahead log in place when the database is closed. Every connection that may be the last one
 -- needs it: who may only read the database cannot open it without its log.
