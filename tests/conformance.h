@@ -9,9 +9,11 @@
  */
 namespace Conformance {
 
-/** A new database without widgets, or none at all, in the place of any that is there. No thread is attached. */
+/** Puts a new database without widgets in the place of any that is there. No thread is attached. */
 void makeDatabase();
-void removeDatabase();
+
+/** Says whether there was one, even an empty file. No thread is attached. */
+bool removeDatabase();
 
 /** Makes every query and change fail, on the attached thread too; as by removing the table of widgets. */
 void breakDatabase();

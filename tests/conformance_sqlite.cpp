@@ -13,15 +13,17 @@ const boost::filesystem::path DATABASE_FILE = "/opt/usr/zelmar/widgets.db";
 void makeDatabase()
 {
     removeDatabase();
-    boost::filesystem::create_directories(DATABASE_FILE.parent_path());
     std::ostringstream schema;
     schema << std::ifstream(SCHEMA).rdbuf();
     SQLite::Database(DATABASE_FILE.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(schema.str());
 }
 
-void removeDatabase()
+bool removeDatabase()
 {
+    const bool existed = boost::filesystem::remove(DATABASE_FILE);
     boost::filesystem::remove_all(DATABASE_FILE.parent_path());
+    boost::filesystem::create_directories(DATABASE_FILE.parent_path());
+    return existed;
 }
 
 void breakDatabase()
