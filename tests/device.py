@@ -85,8 +85,8 @@ class Device:
             self.content(name, files)
         return self
 
-    def content(self, name, files):
-        folder = STICK / f"{name}_img"
+    def content(self, name, files, stick=STICK):
+        folder = stick / f"{name}_img"
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(parents=True)
         for file in files:

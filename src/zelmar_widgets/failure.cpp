@@ -6,39 +6,55 @@
 
 namespace ZelmarWidgets {
 
+namespace {
+
+std::string adviceFor(int error)
+{
+    switch (error) {
+        case EACCES:
+        case EPERM:
+            return "; call it as root";
+        case EEXIST:
+        case ENOTDIR:
+            return "; move away what stands there, then call again";
+        case ENOSPC:
+            return "; make room, then call again";
+        case EROFS:
+            return "; make it writable, then call again";
+        default:
+            return "; mend that, then call again";
+    }
+}
+
+}  // namespace
+
 Failure systemFailure(int error, const std::string& what)
 {
     std::string reason = std::strerror(error);
     reason[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(reason[0])));
-    return {COULD_NOT_WORK, reason + " on " + what + "; " + adviceFor(error)};
+    return {COULD_NOT_WORK, reason + " on " + what + adviceFor(error)};
+}
+
+Failure registryFailure(const ZelmarDB::RegistryError& error)
+{
+    const std::string reason = error.what();
+    switch (error.error()) {
+        case 0:
+            return {COULD_NOT_WORK, reason + "; restore it, or move it away and run 'zelmar-widgets init'"};
+        case EBUSY:
+            return {COULD_NOT_WORK, reason + "; end that process, or call again"};
+        case EEXIST:
+            return {BAD_COMMAND_LINE, reason + "; choose another, or remove that widget first"};
+        case ENOENT:
+            return {COULD_NOT_WORK, reason + "; 'zelmar-widgets init' creates it"};
+        default:
+            return {COULD_NOT_WORK, reason + adviceFor(error.error())};
+    }
 }
 
 Failure unknownWidget(const std::string& identifier)
 {
     return {BAD_COMMAND_LINE, "the database knows no widget '" + identifier + "'; 'zelmar-widgets status' lists them"};
-}
-
-std::string adviceFor(int error)
-{
-    switch (error) {
-        case 0:
-            return "restore it, or move it away and run 'zelmar-widgets init'";
-        case EACCES:
-        case EPERM:
-            return "call it as root";
-        case EBUSY:
-            return "end that process, or call again";
-        case EEXIST:
-            return "choose another, or remove that widget first";
-        case ENOENT:
-            return "'zelmar-widgets init' creates it";
-        case ENOSPC:
-            return "make room, then call again";
-        case EROFS:
-            return "mount it for writing, then call again";
-        default:
-            return "mend that, then call again";
-    }
 }
 
 }  // namespace ZelmarWidgets

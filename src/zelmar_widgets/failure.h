@@ -1,5 +1,6 @@
 #pragma once
 
+#include <platform/widget_registry.h>
 #include <stdexcept>
 #include <string>
 
@@ -18,12 +19,11 @@ private:
     ExitStatus m_status;
 };
 
-/** "permission denied on <what>; run it as root" for the system's error number. */
+/** "permission denied on <what>; call it as root", from the system's error number. */
 Failure systemFailure(int error, const std::string& what);
 
-Failure unknownWidget(const std::string& identifier);
+Failure registryFailure(const ZelmarDB::RegistryError& error);
 
-/** What to do about an error of the system; 0: of the database itself. */
-std::string adviceFor(int error);
+Failure unknownWidget(const std::string& identifier);
 
 }  // namespace ZelmarWidgets

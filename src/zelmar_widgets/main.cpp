@@ -3,7 +3,6 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <exception>
 #include <iostream>
@@ -165,8 +164,8 @@ int main(int argc, char** argv)
     } catch (const Failure& e) {
         return complain(e.status(), e.what());
     } catch (const ZelmarDB::RegistryError& e) {
-        return complain(e.error() == EEXIST ? BAD_COMMAND_LINE : COULD_NOT_WORK,
-                        e.what() + ("; " + adviceFor(e.error())));
+        const Failure failure = registryFailure(e);
+        return complain(failure.status(), failure.what());
     } catch (const std::exception& e) {
         return complain(COULD_NOT_WORK, e.what());
     }

@@ -225,9 +225,15 @@ std::vector<Outcome> heal()
             outcomes[widget.identifier] = clearLinks(widget);
             continue;
         }
-        // It holds nothing but links. If it cannot be made, the second look tells.
+        // The image directory of a widget on USB holds nothing but links.
+        const std::string directory = imageDirectory(widget.identifier);
         std::error_code error;
-        fs::create_directories(imageDirectory(widget.identifier), error);
+        fs::create_directories(directory, error);
+        if (!isDirectory(directory)) {
+            outcomes[widget.identifier] = {widget.identifier, "failed", "",
+                                           systemFailure(error.value(), directory).what()};
+            continue;
+        }
         const std::string stick = stickWithImage(widget, sticks);
         (stick.empty() ? toUnplug : toPlug[stick]).push_back(widget.identifier);
     }

@@ -1,0 +1,191 @@
+"""The companion on a device: what it shows, does and refuses. The words of the command line call it."""
+
+import fcntl
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import unittest
+from pathlib import Path
+
+from device import APPS, DATABASE, LABEL, METADATA, STICK, Device, held_by_another, mounted
+
+COMPANION = sys.argv[1:]
+USB, FILES = STICK.parent, ("image",) + METADATA
+ODD = USB / 'my & "stick"\n$HOME \\040'
+AWKWARD = ("x,FAIL,y:z", "line\nbreak", "-dash", "\x1b[2J", "колобок", "heal")
+PLAIN = ("setpriv", "--bounding-set=-all", "--inh-caps=-all", "--no-new-privs")  # root without root's powers
+ABSENT, WHOLE = ["unavailable", None, 0, []], ["available", str(STICK), 4, []]
+
+
+class WidgetsTest(unittest.TestCase):
+    def setUp(self):
+        shutil.rmtree(USB, ignore_errors=True)
+        self.device = Device([str(Path(COMPANION[-1]).with_name("zelmar-frontend"))])
+
+    def start(self, *words, before=(), **options):
+        return subprocess.Popen([*before, *COMPANION, *words], text=True, errors="backslashreplace",
+                                **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options})
+
+    def call(self, status, *words, **options):
+        with self.start(*words, **options) as process:
+            out, err = process.communicate(timeout=100)
+        self.assertEqual((status, status > 1), (process.returncode, bool(err)), (words, out, err))
+        return err or out
+
+    def shown(self, **options):
+        """State, stick, number of links and faults of each widget, the same in the table as in JSON."""
+        with self.start("status", "--json", **options) as process:
+            facts = [tuple(fact.values()) for fact in json.load(process.stdout)["widgets"]]
+        table = self.call(int(any(wrong for *_, wrong in facts)), "status", **options)
+        for line, (name, state, stick, links, wrong) in zip(table.splitlines()[1:], facts, strict=True):
+            cells = [name, state, stick or "-", str(links), ", ".join(wrong) or "-"]
+            self.assertEqual([re.sub("[\0-\x1f]", lambda m: f"\\x{ord(m[0]):02x}", cell) for cell in cells],
+                             re.split(" {2,}", line))
+        return {name: rest for name, *rest in facts}
+
+    def test_the_life_of_two_sticks(self):
+        for name in ("a", "b", "idle", *AWKWARD):
+            self.device.widget(name)
+        shutil.rmtree(USB)
+        ODD.mkdir(parents=True)
+        STICK.mkdir()
+        absent = {name: ABSENT for name in ("a", "b", "idle", *AWKWARD)}
+        plugged = {name: WHOLE for name in absent if name != "idle"}
+        with mounted(ODD, "-t", "tmpfs", "none"):
+            self.device.content("a", ["image"], ODD)
+            one_left = {**absent, "a": ["available", str(ODD), 1, []]}
+            with mounted(STICK, "-t", "tmpfs", "none"):
+                for name in plugged:
+                    self.device.content(name, FILES)
+                self.assertEqual(len(plugged), self.call(0, "plug", "--dry-run", STICK).count(": planned\n"))
+                self.assertEqual(absent, self.shown())
+                for words, options, after in ((("plug", STICK), {}, {**absent, **plugged}),
+                                              (("plug", ODD), {}, {**absent, **plugged, "a": one_left["a"]}),
+                                              (("unplug", f"{STICK.name}/"), {"cwd": USB}, one_left),
+                                              (("plug", f"../{STICK.name}/"), {"cwd": ODD}, {**absent, **plugged})):
+                    self.call(0, *words, **options)
+                    self.assertEqual(after, self.shown())
+            self.call(0, "unplug", str(STICK)[:-1])
+            self.assertEqual([*WHOLE[:3], ["content-gone"]], self.shown()["b"])
+            self.call(0, "unplug", STICK)
+            self.assertEqual(one_left, self.shown())
+        self.assertEqual("a: unavailable\n", self.call(0, "heal"))
+        self.assertEqual(absent, self.shown())
+
+    def test_what_is_wrong_and_what_heals(self):
+        place, sql, own = self.device.place, self.device.sql, APPS / "stranger_img/widget.info"
+        wrong = {"missing": ["link-missing"], "elsewhere": ["link-elsewhere"], "unlabelled": ["link-unlabelled"],
+                 "left": ["link-left"], "gone": ["content-gone"], "bare": ["no-image", "link-elsewhere"],
+                 "dirless": ["directory-missing"], "stranger": ["unknown-widget"], "moved": ["link-left"]}
+        for name in wrong:
+            self.device.widget(name)
+        self.call(0, "plug", STICK)
+        (place("missing") / "config.xml").unlink()
+        (STICK / "elsewhere_img/config.xml").unlink()
+        os.removexattr(place("unlabelled") / "config.xml", LABEL, follow_symlinks=False)
+        sql("UPDATE widget SET available = 0 WHERE kx_app_id = 'left'")
+        shutil.rmtree(STICK / "gone_img")
+        (STICK / "bare_img/bare.img").unlink()
+        shutil.rmtree(place("dirless"))
+        sql("DELETE FROM widget WHERE kx_app_id = 'stranger'")
+        own.unlink()
+        own.symlink_to(STICK / "../../elsewhere")
+        sql("UPDATE widget SET installed_on_usb = 0 WHERE kx_app_id = 'moved'")
+        self.assertEqual(wrong, {name: faults for name, (*_, faults) in self.shown().items()})
+
+        self.call(0, "heal")
+        self.assertEqual({"missing": WHOLE, "elsewhere": ["available", str(STICK), 3, []], "unlabelled": WHOLE,
+                          "left": WHOLE, "gone": ABSENT, "bare": ABSENT, "dirless": WHOLE,
+                          "moved": ["on-device", str(STICK), 0, []]}, self.shown())
+        self.assertEqual([own], list(place("stranger").iterdir()))
+        shutil.rmtree(place("gone"))
+        place("gone").write_text("in the way")
+        self.assertRegex(self.call(1, "heal"), "^gone: failed: not a directory on /opt/usr/apps/gone_img; .*\n$")
+        (place("bare") / "bare.img").write_text("real")
+        self.device.content("bare", FILES)
+        outcome = json.loads(self.call(1, "plug", "--json", STICK))["widgets"][0]
+        self.assertEqual(("bare", "failed", "Synlinks_Create_Error"), tuple(outcome.values())[:3])
+
+    def test_installing_and_readers_without_privileges(self):
+        DATABASE.unlink()
+        self.assertIn("'zelmar-widgets init' creates it", self.call(3, "status"))
+        for status, *words in ((0, "init"), (0, "add", "a", "--app", "t.a"), (0, "init"),
+                               (2, "add", "a", "--app", "t.b"), (2, "add", "b", "--app", "t.a"), (2, "add", "b"),
+                               (2, "add", "b/c", "--app", "t.c"), (2, "add", "", "--app", "t.c"),
+                               (0, "add", "--on-device", "--app=t.d", "--", "-d")):
+            self.call(status, *words)
+        DATABASE.chmod(0o444)
+        DATABASE.parent.chmod(0o555)
+        self.assertEqual({"a": ABSENT, "-d": ["on-device", None, 0, []]}, self.shown(before=PLAIN))
+        self.assertIn("permission denied on /opt/", self.call(3, "plug", STICK, before=PLAIN))
+        subprocess.run([*PLAIN, "sqlite3", "-readonly", DATABASE, "SELECT * FROM widget"], check=True, capture_output=True)
+        self.device.sql("PRAGMA wal_checkpoint")  # who closes the database last leaves no log to read
+        self.assertEqual({"a": ABSENT, "-d": ["on-device", None, 0, []]}, self.shown(before=PLAIN))
+
+        self.device.content("a", FILES)
+        self.call(0, "plug", STICK)
+        self.call(0, "remove", "a")
+        (APPS / "-d_img/page").touch()
+        with self.start("remove", "--", "-d") as process:
+            self.assertIn("/opt/usr/apps/-d_img holds other things", process.stderr.read())
+        self.assertEqual((1, [APPS / "-d_img"], {}), (process.returncode, list(APPS.iterdir()), self.shown()))
+
+    def test_bad_input_and_a_hostile_stick(self):
+        before = self.device.widget("a").widget("b").widget("c").state()
+        odd = os.fsencode(STICK) + b"/\xff"
+        os.makedirs(odd + b"/a_img")
+        alone = shutil.copy(COMPANION[-1], "/opt/alone")
+        for status, message, words, options in (
+                (2, "no directory: /nowhere;", ["plug", "/nowhere"], {}), (2, "no mount point", ["unplug", ""], {}),
+                (2, "knows no widget 'z'", ["status", "a", "z"], {}), (2, "'z'", ["remove", "z"], {}),
+                (2, "no command", [], {}), (2, "zork", ["zork"], {}), (2, "MOUNT_POINT", ["plug"], {}),
+                (3, "Not well-formed UTF-8", ["plug", odd], {}),
+                (3, "/opt/zelmar-frontend: No such file", ["plug", STICK], {"executable": alone}),
+                (3, "cannot write to standard output", ["status"], {"stdout": os.open("/dev/full", os.O_WRONLY)}),
+                (3, "cannot write to standard output", ["status"], {"preexec_fn": lambda: os.close(1)})):
+            self.assertIn(message, self.call(status, *words, **options))
+        with held_by_another("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE", 99):
+            self.assertIn("another process has held the database for 5 s", self.call(3, "plug", STICK))
+
+        for name in "ab":
+            shutil.rmtree(STICK / f"{name}_img")
+        self.device.content("a", FILES, USB)
+        (STICK / "a_img").symlink_to(USB / "a_img")
+        os.mkfifo(STICK / "b_img")
+        (STICK / "c_img/config.xml").unlink()
+        (STICK / "c_img/config.xml").symlink_to("/dev/zero")
+        for name in (b"--help_img", b"_img", b"x\n_img", b"\xfe_img"):
+            os.mkdir(os.fsencode(STICK) + b"/" + name)
+        self.assertEqual("c: available\n", self.call(0, "plug", STICK))
+        self.assertEqual({**before, "c": self.device.linked("c", ["widget.info", "config.xml.spm"])}, self.device.state())
+        self.device.sql("PRAGMA user_version = 0")
+        self.assertIn("schema version 0 instead of 1", self.call(3, "status"))
+
+    def test_several_at_once(self):
+        for number in range(100):
+            self.device.widget(f"w{number}").content(f"w{number}", ["image"], ODD)
+        cleared = self.shown()
+        with open("/run/zelmar-widgets.lock", "w") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            with self.start("plug", STICK) as waiting:
+                self.call(0, "plug", "--dry-run", STICK)
+                self.assertEqual((cleared, None), (self.shown(), waiting.poll()))
+                fcntl.flock(lock, fcntl.LOCK_UN)
+        for _ in range(5):
+            with self.start("plug", STICK) as one, self.start("plug", ODD) as other:
+                self.assertEqual((0, 0), (one.wait(), other.wait()))
+            self.assertEqual(1, len({(stick, links) for _, stick, links, wrong in self.shown().values() if not wrong}))
+
+        # Ended in the middle, it takes the tool along. What both began is found by its rows and links.
+        with self.start("plug", STICK) as victim:
+            self.device.log.watch = lambda line: b"widget: w50 ====" in line and victim.kill()
+        self.device.log.watch = None
+        self.call(0, "unplug", STICK)
+        self.call(0, "unplug", ODD)
+        self.assertEqual((-9, cleared), (victim.returncode, self.shown()))
+
+
+unittest.main(argv=sys.argv[:1], verbosity=2)
