@@ -20,15 +20,15 @@ namespace ZelmarWidgets {
 
 namespace {
 
-void requireName(const std::string& what, const std::string& name)
+void requireText(const std::string& what, const std::string& text)
 {
-    if (name.empty() || name.find('/') != std::string::npos) {
-        throw Failure(BAD_COMMAND_LINE, what + " '" + name + "' is empty or has a slash; choose another");
-    }
     try {
-        DPL::FromUTF8String(name);
+        DPL::FromUTF8String(text);
     } catch (const std::exception&) {
-        throw Failure(BAD_COMMAND_LINE, what + " '" + name + "' is not UTF-8; choose another");
+        throw Failure(BAD_COMMAND_LINE, what + " '" + text + "' is not UTF-8; choose another");
+    }
+    if (text.empty()) {
+        throw Failure(BAD_COMMAND_LINE, what + " is empty; choose another");
     }
 }
 
@@ -36,8 +36,11 @@ void requireName(const std::string& what, const std::string& name)
 
 void add(const std::string& identifier, const std::string& application, bool onUsb)
 {
-    requireName("identifier", identifier);
-    requireName("application", application);
+    requireText("the identifier", identifier);
+    requireText("the application", application);
+    if (identifier.find('/') != std::string::npos) {
+        throw Failure(BAD_COMMAND_LINE, "the identifier '" + identifier + "' has a slash; choose another");
+    }
     const InstanceLock lock;
     const std::string directory = imageDirectory(identifier);
     std::error_code error;

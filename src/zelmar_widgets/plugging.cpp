@@ -52,25 +52,33 @@ bool leadsElsewhere(const std::string& identifier, const std::string& stick)
 void unplugAll(const Identifiers& identifiers, Outcomes& outcomes)
 {
     for (const auto& [identifier, code] : makeUnavailable(identifiers)) {
-        outcomes[identifier] = {identifier, code.empty() ? "unavailable" : "failed", code, causeOf(code, identifier)};
+        outcomes[identifier] = {identifier, code.empty() ? "unavailable" : "failed", causeOf(code, identifier), code};
     }
 }
 
 void plugAll(const std::string& stick, const Identifiers& identifiers, Outcomes& outcomes)
 {
-    // What another stick left, the first run takes away: no widget has its image from one and its metadata from
-    // another.
+    // What another stick left goes first: no widget has its image from one stick and its metadata from another.
     Identifiers mixed;
     std::copy_if(identifiers.begin(), identifiers.end(), std::back_inserter(mixed),
                  [&](const std::string& identifier) { return leadsElsewhere(identifier, stick); });
-    unplugAll(mixed, outcomes);
+    makeUnavailable(mixed);
+
+    Identifiers failed;
     for (const auto& [identifier, code] : makeAvailable(stick, identifiers)) {
-        Outcome outcome{identifier, code.empty() ? "available" : "failed", code, causeOf(code, identifier)};
-        if (code.empty() && !hasImageOnStick(stick, identifier)) {
-            outcome.advice = "but " + contentDirectory(stick, identifier) + " has no image; copy it there, plug again";
+        if (!code.empty()) {
+            outcomes[identifier] = {identifier, "failed", causeOf(code, identifier), code};
+            failed.push_back(identifier);
+            continue;
         }
-        outcomes[identifier] = outcome;
+        outcomes[identifier] = {identifier, "available", "", "", stick};
+        if (!hasImageOnStick(stick, identifier)) {
+            outcomes[identifier].advice =
+                contentDirectory(stick, identifier) + " holds no image; copy it there, then plug again";
+        }
     }
+    // The tool removed the links that it made, but one that was available before would still count as that.
+    makeUnavailable(failed);
 }
 
 /** The argument as the tool records it. It may lead to nothing any more. */
@@ -87,20 +95,6 @@ std::string canonical(const std::string& mountPoint)
     return path.has_filename() ? path : path.parent_path();
 }
 
-/** Those of the widgets that have a folder on one of the sticks, by the first such stick. */
-std::map<std::string, Identifiers> byStick(const Identifiers& identifiers, const std::vector<std::string>& sticks)
-{
-    std::map<std::string, Identifiers> held;
-    for (const std::string& identifier : identifiers) {
-        const auto stick = std::find_if(sticks.begin(), sticks.end(),
-                                        [&](const std::string& some) { return isOnStick(some, identifier); });
-        if (stick != sticks.end()) {
-            held[*stick].push_back(identifier);
-        }
-    }
-    return held;
-}
-
 /** Whether the widget's row or one of its links leads to the stick. */
 bool leadsToStick(const RegisteredWidget& row, const std::string& stick)
 {
@@ -109,14 +103,11 @@ bool leadsToStick(const RegisteredWidget& row, const std::string& stick)
            std::any_of(links.begin(), links.end(), [&](const Link& link) { return leadsInto(link.target, stick); });
 }
 
-/** A stick to plug the widget from: the one it was plugged from, or any other that is mounted; empty: none. */
-std::string stickWithImage(const Widget& widget, std::vector<std::string> sticks)
+/** The first of the sticks that the widget could be plugged from; empty: none. */
+std::string stickWithImage(const std::vector<std::string>& sticks, const std::string& identifier)
 {
-    if (!widget.stick.empty()) {
-        sticks.insert(sticks.begin(), widget.stick);
-    }
     const auto stick = std::find_if(sticks.begin(), sticks.end(),
-                                    [&](const std::string& some) { return hasImageOnStick(some, widget.identifier); });
+                                    [&](const std::string& some) { return hasImageOnStick(some, identifier); });
     return stick == sticks.end() ? "" : *stick;
 }
 
@@ -126,10 +117,10 @@ Outcome clearLinks(const Widget& widget)
     for (const Link& link : widget.links) {
         const std::string path = imageDirectory(widget.identifier) + "/" + link.name;
         if (unlink(path.c_str()) != 0) {
-            return {widget.identifier, "failed", "", systemFailure(errno, path).what()};
+            return {widget.identifier, "failed", systemFailure(errno, path).what()};
         }
     }
-    return {widget.identifier, "cleared", "", ""};
+    return {widget.identifier, "cleared"};
 }
 
 }  // namespace
@@ -164,7 +155,7 @@ std::vector<Outcome> plug(const std::string& mountPoint, bool dryRun)
         lock.emplace();
     }
     if (!isDirectory(mountPoint)) {
-        throw Failure(BAD_COMMAND_LINE, "no directory: " + mountPoint + "; name the one where the stick is mounted");
+        throw Failure(BAD_COMMAND_LINE, "no directory: '" + mountPoint + "'; name the one where the stick is mounted");
     }
     const std::string stick = canonical(mountPoint);
     Identifiers held;
@@ -177,7 +168,7 @@ std::vector<Outcome> plug(const std::string& mountPoint, bool dryRun)
     Outcomes outcomes;
     if (dryRun) {
         for (const std::string& identifier : held) {
-            outcomes[identifier] = {identifier, "planned", "", ""};
+            outcomes[identifier] = {identifier, "planned"};
         }
     } else {
         plugAll(stick, held, outcomes);
@@ -204,8 +195,15 @@ std::vector<Outcome> unplug(const std::string& mountPoint)
             others.push_back(mounted);
         }
     }
-    for (const auto& [other, held] : byStick(leaving, others)) {
-        plugAll(other, held, outcomes);
+    std::map<std::string, Identifiers> toPlug;
+    for (const std::string& identifier : leaving) {
+        const std::string other = stickWithImage(others, identifier);
+        if (!other.empty()) {
+            toPlug[other].push_back(identifier);
+        }
+    }
+    for (const auto& [other, identifiers] : toPlug) {
+        plugAll(other, identifiers, outcomes);
     }
     return inOrder(outcomes);
 }
@@ -230,11 +228,11 @@ std::vector<Outcome> heal()
         std::error_code error;
         fs::create_directories(directory, error);
         if (!isDirectory(directory)) {
-            outcomes[widget.identifier] = {widget.identifier, "failed", "",
-                                           systemFailure(error.value(), directory).what()};
+            outcomes[widget.identifier] = {widget.identifier, "failed", systemFailure(error.value(), directory).what()};
             continue;
         }
-        const std::string stick = stickWithImage(widget, sticks);
+        const bool fromSame = !widget.stick.empty() && hasImageOnStick(widget.stick, widget.identifier);
+        const std::string stick = fromSame ? widget.stick : stickWithImage(sticks, widget.identifier);
         (stick.empty() ? toUnplug : toPlug[stick]).push_back(widget.identifier);
     }
     unplugAll(toUnplug, outcomes);
@@ -243,8 +241,8 @@ std::vector<Outcome> heal()
     }
 
     for (const Widget& widget : lookAtWidgets(registeredWidgets(RegistryAccess::CHANGE))) {
-        if (!widget.wrong.empty() && outcomes[widget.identifier].verdict != "failed") {
-            outcomes[widget.identifier] = {widget.identifier, "failed", "",
+        if (!widget.wrong.empty() && outcomes[widget.identifier].advice.empty()) {
+            outcomes[widget.identifier] = {widget.identifier, "failed",
                                            "it is still " + joined(widget.wrong) + "; see what stands in " +
                                                imageDirectory(widget.identifier) + ", or install it again"};
         }

@@ -37,6 +37,11 @@ std::size_t width(const std::string& text)
         std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xc0) != 0x80; }));
 }
 
+ordered_json textOrNull(const std::string& text)
+{
+    return text.empty() ? ordered_json() : ordered_json(text);
+}
+
 /** Names need not be UTF-8; what is not, JSON shows as replacement characters. */
 void print(const ordered_json& json)
 {
@@ -77,7 +82,7 @@ void printJson(const std::vector<Widget>& widgets)
     for (const Widget& widget : widgets) {
         list.push_back({{"identifier", widget.identifier},
                         {"state", word(widget.state)},
-                        {"stick", widget.stick.empty() ? ordered_json() : ordered_json(widget.stick)},
+                        {"stick", textOrNull(widget.stick)},
                         {"links", widget.links.size()},
                         {"wrong", widget.wrong}});
     }
@@ -88,6 +93,7 @@ void printLines(const std::vector<Outcome>& outcomes)
 {
     for (const Outcome& outcome : outcomes) {
         std::cout << printable(outcome.identifier) << ": " << outcome.verdict
+                  << (outcome.stick.empty() ? "" : " from " + printable(outcome.stick))
                   << (outcome.advice.empty() ? "" : ": " + printable(outcome.advice)) << '\n';
     }
     if (outcomes.empty()) {
@@ -101,8 +107,9 @@ void printJson(const std::vector<Outcome>& outcomes)
     for (const Outcome& outcome : outcomes) {
         list.push_back({{"identifier", outcome.identifier},
                         {"verdict", outcome.verdict},
-                        {"code", outcome.code.empty() ? ordered_json() : ordered_json(outcome.code)},
-                        {"advice", outcome.advice.empty() ? ordered_json() : ordered_json(outcome.advice)}});
+                        {"stick", textOrNull(outcome.stick)},
+                        {"code", textOrNull(outcome.code)},
+                        {"advice", textOrNull(outcome.advice)}});
     }
     print({{"widgets", list}});
 }
