@@ -70,8 +70,7 @@ class Device:
         for folder in (APPS, STICK, DATABASE.parent):
             shutil.rmtree(folder, ignore_errors=True)
             folder.mkdir(parents=True)
-        twice = SCHEMA.read_text() * 2  # which is harmless
-        subprocess.run(["sqlite3", DATABASE], input=twice, text=True, check=True, capture_output=True)
+        subprocess.run(["sqlite3", DATABASE], input=SCHEMA.read_text(), text=True, check=True, capture_output=True)
 
     def sql(self, statement, *values):
         with closing(sqlite3.connect(DATABASE, isolation_level=None)) as database:

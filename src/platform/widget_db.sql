@@ -1,5 +1,6 @@
--- The widget database. To create it; a second time changes nothing:
---     sqlite3 -bail -cmd '.dbconfig no_ckpt_on_close on' /opt/usr/zelmar/widgets.db < widget_db.sql > /dev/null
+-- The widget database; `zelmar-widgets init` creates it. By hand, unless there is one:
+--     [ -e /opt/usr/zelmar/widgets.db ] ||
+--         sqlite3 -bail -cmd '.dbconfig no_ckpt_on_close on' /opt/usr/zelmar/widgets.db < widget_db.sql > /dev/null
 -- The setting leaves the write-ahead log in place when the database is closed. Every connection that may be the last one
 -- needs it: who may only read the database cannot open it without its log.
 
@@ -9,7 +10,7 @@ PRAGMA journal_mode = WAL;
 
 BEGIN;
 
-CREATE TABLE IF NOT EXISTS widget (
+CREATE TABLE widget (
     handle INTEGER PRIMARY KEY CHECK (handle BETWEEN 0 AND 2147483647),
     tizen_app_id TEXT NOT NULL UNIQUE,
     kx_app_id TEXT UNIQUE                     -- NULL: has none; it becomes part of file names
