@@ -162,7 +162,7 @@ TEST(Text, IsNeitherChangedNorInterpreted)
     for (const char* text : {"\x80", "a\xff", "\xc3(", "\xe2\x82", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
         EXPECT_THROW(FromUTF8String(text), std::exception) << text;
     }
-    for (const wchar_t character : {0xd800, 0xdfff, 0x110000}) {
+    for (const wchar_t character : {L'\xd800', L'\xdfff', L'\x110000'}) {
         EXPECT_THROW(ToUTF8String(std::wstring(1, character)), std::exception) << character;
     }
     EXPECT_EQ(L"я😀", FromUTF8String("я😀"));
