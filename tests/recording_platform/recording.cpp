@@ -8,6 +8,9 @@
 #include <cstdio>
 #include <stdexcept>
 
+// A message is recorded by a format with more in it.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
 using DPL::FromUTF8String;
 using DPL::ToUTF8String;
 using ZelmarDB::KxWidgetDAOReadOnly;
