@@ -78,10 +78,10 @@ void remove(const std::string& identifier)
     }
 }
 
-bool init()
+void init()
 {
     const InstanceLock lock;
-    return ZelmarDB::createRegistry();
+    ZelmarDB::createRegistry();
 }
 
 }  // namespace ZelmarWidgets

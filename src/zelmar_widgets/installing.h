@@ -12,7 +12,7 @@ void add(const std::string& identifier, const std::string& application, bool onU
 /** Makes the widget unavailable, then removes its row and its image directory. */
 void remove(const std::string& identifier);
 
-/** Creates the database. False: there is one, and it stays as it is. */
-bool init();
+/** Creates the database; one that is there stays as it is. */
+void init();
 
 }  // namespace ZelmarWidgets

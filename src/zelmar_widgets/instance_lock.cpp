@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 #include <cerrno>
+#include <iostream>
 
 #include "failure.h"
 
@@ -19,6 +20,12 @@ InstanceLock::InstanceLock() : m_file(open(LOCK_FILE, O_RDWR | O_CREAT | O_CLOEX
 {
     if (m_file < 0) {
         throw systemFailure(errno, LOCK_FILE);
+    }
+    if (flock(m_file, LOCK_EX | LOCK_NB) == 0) {
+        return;
+    }
+    if (isatty(STDERR_FILENO) != 0) {
+        std::cerr << "zelmar-widgets: waiting for another instance" << std::endl;
     }
     while (flock(m_file, LOCK_EX) != 0) {
         if (errno != EINTR) {

@@ -30,23 +30,32 @@ struct Request {
     bool onDevice = false;
 };
 
+/** In the order asked for. Throws Failure if one is missing. */
+std::vector<Widget> pick(const std::vector<Widget>& widgets, const std::vector<std::string>& identifiers)
+{
+    std::vector<Widget> picked;
+    for (const std::string& identifier : identifiers) {
+        const auto widget = std::find_if(widgets.begin(), widgets.end(),
+                                         [&](const Widget& some) { return some.identifier == identifier; });
+        if (widget == widgets.end()) {
+            throw unknownWidget(identifier);
+        }
+        picked.push_back(*widget);
+    }
+    return picked;
+}
+
 ExitStatus showStatus(const Request& request)
 {
     std::vector<Widget> widgets = lookAtWidgets(ZelmarDB::registeredWidgets(ZelmarDB::RegistryAccess::READ));
     if (!request.identifiers.empty()) {
-        std::vector<Widget> asked;
-        for (const std::string& identifier : request.identifiers) {
-            const auto widget = std::find_if(widgets.begin(), widgets.end(), [&](const Widget& candidate) {
-                return candidate.identifier == identifier;
-            });
-            if (widget == widgets.end()) {
-                throw unknownWidget(identifier);
-            }
-            asked.push_back(*widget);
-        }
-        widgets = asked;
+        widgets = pick(widgets, request.identifiers);
     }
-    request.json ? printJson(widgets) : printTable(widgets);
+    if (request.json) {
+        printJson(widgets);
+    } else {
+        printTable(widgets);
+    }
     return std::all_of(widgets.begin(), widgets.end(), [](const Widget& widget) { return widget.wrong.empty(); })
                ? ALL_WELL
                : SOME_WIDGET_IS_NOT;
@@ -54,7 +63,11 @@ ExitStatus showStatus(const Request& request)
 
 ExitStatus tell(const std::vector<Outcome>& outcomes, bool json)
 {
-    json ? printJson(outcomes) : printLines(outcomes);
+    if (json) {
+        printJson(outcomes);
+    } else {
+        printLines(outcomes);
+    }
     return std::all_of(outcomes.begin(), outcomes.end(), [](const Outcome& outcome) { return outcome.advice.empty(); })
                ? ALL_WELL
                : SOME_WIDGET_IS_NOT;
@@ -100,7 +113,9 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
 
     CLI::App* const adding = app.add_subcommand("add", "Add a widget: its row in the database and its image directory");
     adding->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
-    adding->add_option("--app", request.application, "Its application identifier")->required();
+    adding->add_option("--app", request.application, "Its application identifier")
+        ->required()
+        ->type_name("APPLICATION");
     adding->add_flag("--on-device", request.onDevice, "Its content is on the device itself, not on USB");
 
     CLI::App* const removing = app.add_subcommand("remove", "Make a widget unavailable and remove what 'add' made");

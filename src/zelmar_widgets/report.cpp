@@ -120,7 +120,8 @@ std::string printable(const std::string& text)
     std::string shown;
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
-        if (byte < ' ' || byte == 0x7f) {
+        const bool secondOfControl = (byte & 0xe0U) == 0x80 && !shown.empty() && shown.back() == '\xc2';
+        if (byte < ' ' || byte == 0x7f || secondOfControl) {
             shown += std::string("\\x") + DIGITS[byte >> 4U] + DIGITS[byte & 0xfU];
         } else {
             shown += character;

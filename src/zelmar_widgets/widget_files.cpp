@@ -15,6 +15,14 @@ namespace ZelmarWidgets {
 
 namespace {
 
+/** To be called after a failure: who is not root may not be told that something is missing that he cannot see. */
+void requirePermission(const std::string& path)
+{
+    if (errno == EACCES && geteuid() != 0) {
+        throw systemFailure(errno, path);
+    }
+}
+
 /** The file's type, or 0 if there is none: a pulled stick, still mounted, answers with any error. */
 mode_t typeOf(const std::string& path, int flags = 0)
 {
@@ -22,9 +30,7 @@ mode_t typeOf(const std::string& path, int flags = 0)
     if (fstatat(AT_FDCWD, path.c_str(), &status, flags) == 0) {
         return status.st_mode & S_IFMT;
     }
-    if (errno == EACCES) {
-        throw systemFailure(errno, path);
-    }
+    requirePermission(path);
     return 0;
 }
 
@@ -35,9 +41,7 @@ std::optional<std::string> readLink(const std::string& path)
     if (length >= 0) {
         return std::string(target, static_cast<std::size_t>(length));
     }
-    if (errno == EACCES) {
-        throw systemFailure(errno, path);
-    }
+    requirePermission(path);
     return std::nullopt;
 }
 

@@ -134,12 +134,12 @@ void unregisterWidget(const std::string& identifier)
     }
 }
 
-bool createRegistry()
+void createRegistry()
 {
     const fs::path folder = fs::path(DATABASE_FILE).parent_path();
     const std::string draft = std::string(DATABASE_FILE) + ".new";
     if (access(DATABASE_FILE, F_OK) == 0) {
-        return false;
+        return;
     }
     try {
         fs::create_directories(folder);
@@ -156,7 +156,6 @@ bool createRegistry()
         close(handle);
         // Its log, for readers who may not make one.
         openDatabase(RegistryAccess::CHANGE).execAndGet("SELECT count(*) FROM widget");
-        return error == 0;
     } catch (const fs::filesystem_error& e) {
         throw systemError(e.code().value(), e.path1());
     } catch (const SQLite::Exception& e) {

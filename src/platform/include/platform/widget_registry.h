@@ -40,7 +40,7 @@ void registerWidget(const std::string& identifier, const std::string& applicatio
 /** The widget is gone from the disk when this returns; an unknown one is no failure. */
 void unregisterWidget(const std::string& identifier);
 
-/** Creates the database, whole or not at all. False: there is one, and it stays as it is. */
-bool createRegistry();
+/** Creates the database, whole or not at all; one that is there stays as it is. */
+void createRegistry();
 
 }  // namespace ZelmarDB
