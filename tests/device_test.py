@@ -174,15 +174,15 @@ class DeviceTest(TelevisionTest):
             self.assertIn(run_and_count_syncs("--make-unavailable", *names[:count]), (1, 2))
         self.assertEqual(0, run_and_count_syncs("--make-all-unavailable"))
         # What others left in the write-ahead log is folded into the database.
-        filling = "PRAGMA wal_autocheckpoint = 0;" + "UPDATE widget SET external_storage_path = hex(zeroblob(9999));" * 2
-        with held_by_another(filling, 99):
+        filling = 2 * "UPDATE widget SET external_storage_path = hex(zeroblob(9999));"
+        with held_by_another("PRAGMA wal_autocheckpoint = 0;" + filling, 99):
             self.assertGreater(os.path.getsize(f"{DATABASE}-wal"), 2 << 20)
             self.assertLessEqual(run_and_count_syncs(*first), 5)
             self.assertLessEqual(os.path.getsize(f"{DATABASE}-wal"), 2 << 20)
 
         run = device.run(*first, under=["strace", "-qqo/opt/trace", "-einject=fsync,fdatasync,syncfs:error=EIO"])
         self.assertEqual((0, "w0,SUCCESS:\n", ""), run[:3])
-        self.assertTrue(run.log[-1].endswith(f"Error, exception caught: Sync the links and {DATABASE}: Input/output error"))
+        self.assertTrue(run.log[-1].endswith(f"caught: Sync the links and {DATABASE}: Input/output error"), run.log)
 
     def test_who_may_only_read_the_database_can(self):
         self.device.widget("a").available("a")
@@ -210,15 +210,17 @@ class DeviceTest(TelevisionTest):
     def test_no_logger_holds_the_tool(self):
         device = self.device.widget("a")
         call = [*TOOL, "--make-available", "--path", STICK, "a"]
-        usual = (device.available("a"), device.available("a"))[1].log
+        device.available("a")
+        start = time.monotonic()
+        usual, seconds = device.available("a").log, time.monotonic() - start
         device.log.watch = lambda line: time.sleep(0.02)
         self.assertEqual(len(usual), len(device.available("a").log))
         device.log.watch = None
         for trouble in device.log.stalled, without_logger():
             start = time.monotonic()
             with trouble:
-                self.assertEqual(b"a,SUCCESS:\n", subprocess.run(call, stdout=subprocess.PIPE).stdout)
-            self.assertLess(time.monotonic() - start, 3)
+                self.assertEqual(b"a,SUCCESS:\n", subprocess.run(call, stdout=subprocess.PIPE, timeout=9).stdout)
+            self.assertLess(time.monotonic() - start, seconds + 2.5)
         device.log.take()
         # A line that the socket does not take arrives cut.
         names = ("x" * 120000, "y" * 120000)

@@ -1,20 +1,43 @@
 #pragma once
 
 #include <iostream>
-#include <sstream>
+#include <streambuf>
 #include <string>
 #include <vector>
+
+#include "recording.h"
 
 // The tool's own `main`, renamed when it is linked into a test program.
 extern "C" int zelmar_frontend_main(int argc, char** argv);
 
-struct Outcome {
-    int status;
-    std::string out, err;
+/** As long as it lives, each whole line that is written to the stream is recorded, after the name. */
+class RecordedOutput : public std::streambuf {
+public:
+    RecordedOutput(std::ostream& stream, const char* name) : m_stream(stream), m_real(stream.rdbuf(this)), m_name(name)
+    {
+    }
+    ~RecordedOutput() override { m_stream.rdbuf(m_real); }
+
+private:
+    int overflow(int character) override
+    {
+        if (character != '\n') {
+            m_line += static_cast<char>(character);
+        } else {
+            recording.lines.push_back(m_line.empty() ? m_name : m_name + " " + m_line);
+            m_line.clear();
+        }
+        return character;
+    }
+
+    std::ostream& m_stream;
+    std::streambuf* const m_real;
+    const std::string m_name;
+    std::string m_line;
 };
 
-/** Runs the tool in this process. The words of `line`, its name first, are parted by `separator`. */
-inline Outcome runTool(std::string line, char separator)
+/** Runs the tool in this process; returns its exit status. `separator` parts the words of `line`, its name first. */
+inline int runTool(std::string line, char separator)
 {
     std::vector<char*> argv = {line.data()};
     for (char& end : line) {
@@ -24,11 +47,6 @@ inline Outcome runTool(std::string line, char separator)
         }
     }
     argv.push_back(nullptr);
-    std::ostringstream out, err;
-    auto* const realOut = std::cout.rdbuf(out.rdbuf());
-    auto* const realErr = std::cerr.rdbuf(err.rdbuf());
-    const int status = zelmar_frontend_main(static_cast<int>(argv.size() - 1), argv.data());
-    std::cout.rdbuf(realOut);
-    std::cerr.rdbuf(realErr);
-    return {status, out.str(), err.str()};
+    const RecordedOutput out(std::cout, "out:"), err(std::cerr, "err:");
+    return zelmar_frontend_main(static_cast<int>(argv.size() - 1), argv.data()) & 255;
 }
