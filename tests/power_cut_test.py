@@ -1,0 +1,95 @@
+"""The power is cut, after a run and in the middle of one: what the disk holds at that instant is mounted again."""
+
+import ctypes
+import os
+import re
+import subprocess
+import sys
+from glob import glob
+from pathlib import Path
+
+if os.environ.get("PRIVATE_OPT") != "1":
+    loops = [word for node in glob("/dev/loop*") for word in ("--dev-bind", node, node)]
+    private = ["bwrap", "--unshare-pid", "--die-with-parent", "--cap-add", "ALL", "--ro-bind", "/", "/",
+               "--dev", "/dev", *loops, "--proc", "/proc", "--tmpfs", "/opt", "--setenv", "PRIVATE_OPT", "1"]
+    if os.getuid() != 0 or not loops or subprocess.run([*private, "true"]).returncode != 0:
+        print("skipped: power cuts: only root may mount a disk, and it takes a loop device")
+        sys.exit(77)
+    os.execvp("bwrap", [*private, sys.executable, *sys.argv])
+from device import DATABASE, STICK, TelevisionTest, held_by_another, mounted  # in the private /opt only
+
+EMPTY, PREPARED, DISK, CUT, TRACE = (f"/dev/shm/{name}" for name in ("empty", "prepared", "disk", "cut", "trace"))
+FILE_SYSTEMS = {"ext4": "32M", "xfs": "300M", "btrfs": "128M", "f2fs": "64M"}
+WIDGETS = "abcde"
+AVAILABLE = ("--make-available", "--path", str(STICK), *WIDGETS)
+UNAVAILABLE, ALL = ("--make-unavailable", *WIDGETS), ("--make-all-unavailable",)
+# With the run before each and the one that heals it.
+ACTIONS = ((AVAILABLE, ALL, AVAILABLE), (UNAVAILABLE, AVAILABLE, UNAVAILABLE), (ALL, AVAILABLE, UNAVAILABLE))
+# What another process did to the database's log: nothing; let the run write over what would spoil the database if it
+# were read again; made it so long that the run folds it.
+CHANGE = "UPDATE widget SET handle = handle;"
+PAGES = ("CREATE TABLE pages AS WITH n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 50)"
+         "SELECT zeroblob(450) FROM n; PRAGMA wal_checkpoint;")
+LOGS = {"fresh": "",
+        "reused": f"{PAGES} DELETE FROM pages WHERE rowid = 1; DELETE FROM pages; {50 * CHANGE} PRAGMA wal_checkpoint",
+        "long": f"PRAGMA wal_autocheckpoint = 0; PRAGMA synchronous = OFF; {PAGES} DELETE FROM pages; {4000 * CHANGE}"}
+CALL = re.compile(r"^(pwrite64|ftruncate|symlink|unlink|lsetxattr|f(?:data)?sync|syncfs)\(", re.M)
+EVERY = 50
+
+
+def on(image):
+    return mounted("/opt", "-o", "loop", image)
+
+
+def copy(image, to):
+    subprocess.run(["cp", "--sparse=always", image, to], check=True)
+
+
+class PowerCutTest(TelevisionTest):
+    def test_each_action(self):
+        for system, size in FILE_SYSTEMS.items():
+            make = f"rm -f $0; truncate -s {size} $0; mkfs.{system} -q $0 && mount -o loop $0 /opt && umount /opt"
+            made = subprocess.run(["sh", "-c", make, EMPTY], capture_output=True, text=True)
+            if made.returncode != 0:
+                print(f"skipped: power cuts on {system}: {made.stderr.splitlines()[0]}")
+            for action in ACTIONS if made.returncode == 0 else ():
+                for log in LOGS:
+                    with self.subTest(system, action=action[0], log=log):
+                        self.cut(*action, log)
+
+    def cut(self, words, before, healing, log):
+        copy(EMPTY, PREPARED)
+        with on(PREPARED):
+            self.setUp()
+            for widget in WIDGETS:
+                self.device.widget(widget)
+            self.device.run(*before)
+        done = self.run_on_disk(words, log)
+        with on(CUT):
+            self.assertEqual(done, self.device.state())
+        names = CALL.findall(Path(TRACE).read_text(errors="replace"))
+        points = [(name, names[:at + 1].count(name)) for at, name in enumerate(names)
+                  if at % EVERY == 0 or re.search("sync|truncate", name)]
+        for name, nth in points:
+            for written_back in (DATABASE, f"{DATABASE}-wal"):
+                self.run_on_disk(words, log, written_back, "-e", f"inject={name}:signal=KILL:when={nth}")
+                with on(CUT):
+                    self.assertEqual([("ok",)], self.device.sql("PRAGMA integrity_check"), (name, nth))
+                    self.device.run(*healing)
+                    self.assertEqual(done, self.device.state(), (name, nth))
+
+    def run_on_disk(self, words, log, written_back=None, *kill):
+        """The state after the run; what the disk held at its end is in CUT. The kernel may have written back a file
+        ahead of all else, but for its first page."""
+        copy(PREPARED, DISK)
+        with on(DISK), held_by_another(LOGS[log], 99):
+            subprocess.run(["sync", "-f", "/opt"], check=True)
+            self.device.run(*words, under=("strace", "-qq", "-o", TRACE, *kill))
+            if written_back:
+                with open(written_back, "ab") as file:
+                    ctypes.CDLL(None).sync_file_range(file.fileno(), ctypes.c_long(4096), ctypes.c_long(0), 7)
+            copy(DISK, CUT)
+            return self.device.state()
+
+
+TelevisionTest.main()
