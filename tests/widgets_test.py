@@ -47,12 +47,12 @@ class WidgetsTest(unittest.TestCase):
         return {name: rest for name, *rest in facts}
 
     def test_the_life_of_two_sticks(self):
-        for name in ("a", "b", "idle", *AWKWARD):
+        absent = {name: ABSENT for name in ("a", "b", "idle", *AWKWARD)}
+        for name in absent:
             self.device.widget(name)
         shutil.rmtree(USB)
         ODD.mkdir(parents=True)
         STICK.mkdir()
-        absent = {name: ABSENT for name in ("a", "b", "idle", *AWKWARD)}
         plugged = {name: WHOLE for name in absent if name != "idle"}
         with mounted(ODD, "-t", "tmpfs", "none"):
             self.device.content("a", ["image"], ODD)
@@ -76,24 +76,23 @@ class WidgetsTest(unittest.TestCase):
         self.assertEqual(absent, self.shown())
 
     def test_what_is_wrong_and_what_heals(self):
-        place, sql, own = self.device.place, self.device.sql, APPS / "stranger_img/widget.info"
+        place, own = self.device.place, APPS / "stranger_img/widget.info"
         wrong = {"missing": ["link-missing"], "elsewhere": ["link-elsewhere"], "unlabelled": ["link-unlabelled"],
                  "left": ["link-left"], "gone": ["content-gone"], "bare": ["no-image", "link-elsewhere"],
                  "dirless": ["directory-missing"], "stranger": ["unknown-widget"], "moved": ["link-left"]}
         for name in wrong:
             self.device.widget(name)
         self.call(0, "plug", STICK)
-        (place("missing") / "config.xml").unlink()
-        (STICK / "elsewhere_img/config.xml").unlink()
+        for file in (place("missing") / "config.xml", STICK / "elsewhere_img/config.xml", STICK / "bare_img/bare.img", own):
+            file.unlink()
+        for folder in (STICK / "gone_img", place("dirless")):
+            shutil.rmtree(folder)
         os.removexattr(place("unlabelled") / "config.xml", LABEL, follow_symlinks=False)
-        sql("UPDATE widget SET available = 0 WHERE kx_app_id = 'left'")
-        shutil.rmtree(STICK / "gone_img")
-        (STICK / "bare_img/bare.img").unlink()
-        shutil.rmtree(place("dirless"))
-        sql("DELETE FROM widget WHERE kx_app_id = 'stranger'")
-        own.unlink()
         own.symlink_to(STICK / "../../elsewhere")
-        sql("UPDATE widget SET installed_on_usb = 0 WHERE kx_app_id = 'moved'")
+        for change in ("UPDATE widget SET available = 0 WHERE kx_app_id = 'left'",
+                       "UPDATE widget SET installed_on_usb = 0 WHERE kx_app_id = 'moved'",
+                       "DELETE FROM widget WHERE kx_app_id = 'stranger'"):
+            self.device.sql(change)
         self.assertEqual(wrong, {name: faults for name, (*_, faults) in self.shown().items()})
 
         self.call(0, "heal")
@@ -150,15 +149,12 @@ class WidgetsTest(unittest.TestCase):
         with held_by_another("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE", 99):
             self.assertIn("another process has held the database for 5 s", self.call(3, "plug", STICK))
 
-        for name in "ab":
-            shutil.rmtree(STICK / f"{name}_img")
-        self.device.content("a", FILES, USB)
+        (STICK / "a_img").rename(USB / "a_img")
         (STICK / "a_img").symlink_to(USB / "a_img")
+        (STICK / "b_img").rename(USB / "b_img")
         os.mkfifo(STICK / "b_img")
         (STICK / "c_img/config.xml").unlink()
         (STICK / "c_img/config.xml").symlink_to("/dev/zero")
-        for name in (b"--help_img", b"_img", b"x\n_img", b"\xfe_img"):
-            os.mkdir(os.fsencode(STICK) + b"/" + name)
         self.assertEqual(f"c: available from {STICK}\n", self.call(0, "plug", STICK))
         self.assertEqual({**before, "c": self.device.linked("c", ["widget.info", "config.xml.spm"])}, self.device.state())
         self.device.sql("PRAGMA user_version = 0")
