@@ -1,6 +1,7 @@
 """The tool in trouble: a database that fails it, another instance beside it."""
 
 import random
+import re
 import subprocess
 import sys
 import time
@@ -53,6 +54,8 @@ class FaultTest(TelevisionTest):
             with self.subTest(out=out, err=err, seconds=seconds):
                 run = self.run_in(trouble, seconds)
                 self.assertEqual((out, err), run[1:3])
+                refused = re.findall("Database error: Set a widget's (.*): no", "\n".join(run.log))
+                self.assertEqual(out == ONLY_B, refused in (["external storage path"], ["availability"]), refused)
                 self.assert_nothing_lost(run)
 
     def test_a_full_disk(self):
