@@ -24,7 +24,7 @@ std::string answer(const std::string& call, const std::string& usual = "")
 {
     recording.lines.push_back("  " + call);
     const auto laidDown = recording.answers.find(call);
-    const std::string given = laidDown == recording.answers.end() ? usual : laidDown->second;
+    std::string given = laidDown == recording.answers.end() ? usual : laidDown->second;
     if (given == "WidgetNotExist") throw KxWidgetDAOReadOnly::Exception::WidgetNotExist("no such widget");
     if (given == "DatabaseError") throw KxWidgetDAOReadOnly::Exception::DatabaseError("disk I/O error");
     if (given == "SqlException") throw DPL::DB::SqlConnection::Exception::Base("no such file");
