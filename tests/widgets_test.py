@@ -103,10 +103,12 @@ class WidgetsTest(unittest.TestCase):
         shutil.rmtree(place("gone"))
         place("gone").write_text("in the way")
         self.assertRegex(self.call(1, "heal"), "^gone: failed: not a directory on /opt/usr/apps/gone_img; .*\n$")
-        (place("bare") / "bare.img").write_text("real")
-        self.device.content("bare", FILES)
-        outcome = json.loads(self.call(1, "plug", "--json", STICK))["widgets"][0]
-        self.assertEqual(["bare", "failed", None, "Synlinks_Create_Error"], list(outcome.values())[:4])
+        (place("left") / "config.xml").unlink()
+        (place("left") / "config.xml").write_text("real")
+        failed = [list(entry.values())[:4] for entry in json.loads(self.call(1, "plug", "--json", STICK))["widgets"]
+                  if entry["advice"]]
+        self.assertIn(["left", "failed", None, "Synlinks_Create_Error"], failed)
+        self.assertEqual(ABSENT, self.shown()["left"])
 
     def test_installing_and_readers_without_privileges(self):
         DATABASE.unlink()
