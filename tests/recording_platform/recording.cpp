@@ -11,9 +11,7 @@
 // A message is recorded by a format with more in it.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
-using DPL::FromUTF8String;
-using DPL::ToUTF8String;
-using ZelmarDB::KxWidgetDAOReadOnly;
+using Dao = ZelmarDB::KxWidgetDAOReadOnly;
 
 Recording recording;
 
@@ -25,13 +23,17 @@ std::string answer(const std::string& call, const std::string& usual = "")
     recording.lines.push_back("  " + call);
     const auto laidDown = recording.answers.find(call);
     std::string given = laidDown == recording.answers.end() ? usual : laidDown->second;
-    if (given == "WidgetNotExist") throw KxWidgetDAOReadOnly::Exception::WidgetNotExist("no such widget");
-    if (given == "DatabaseError") throw KxWidgetDAOReadOnly::Exception::DatabaseError("disk I/O error");
+    if (given == "WidgetNotExist") throw Dao::Exception::WidgetNotExist("no such widget");
+    if (given == "DatabaseError") throw Dao::Exception::DatabaseError("disk I/O error");
     if (given == "SqlException") throw DPL::DB::SqlConnection::Exception::Base("no such file");
     if (given == "std::exception") throw std::runtime_error("out of luck");
     if (given == "unknown") throw 42;
     return given;
 }
+
+std::string text(int handle) { return std::to_string(handle); }
+std::string text(const std::wstring& id) { return DPL::ToUTF8String(id); }
+std::wstring wide(const std::string& id) { return DPL::FromUTF8String(id); }
 
 }  // namespace
 
@@ -60,7 +62,7 @@ int perm_app_setup_path(const char* pkg_id, const char* path, int app_path_type,
     const std::string label = va_arg(arguments, const char*);
     va_end(arguments);
     return std::stoi(
-        answer("label " + std::string(pkg_id) + " " + path + " " + std::to_string(app_path_type) + " " + label, "0"));
+        answer("label " + std::string(pkg_id) + " " + path + " " + text(app_path_type) + " " + label, "0"));
 }
 
 const char* perm_strerror(int result) { return result == -7 ? "no labels here" : "?"; }
@@ -71,56 +73,46 @@ void KxDatabase::attachToThreadRW() { answer("attach"); }
 
 void KxDatabase::detachFromThread() { answer("detach"); }
 
-std::wstring KxWidgetDAOReadOnly::getTizenAppId() const
+std::wstring Dao::getTizenAppId() const
 {
-    return FromUTF8String(answer("getTizenAppId " + std::to_string(m_handle), "t." + std::to_string(m_handle)));
+    return wide(answer("getTizenAppId " + text(m_handle), "t." + text(m_handle)));
 }
 
-boost::optional<std::wstring> KxWidgetDAOReadOnly::getKxAppId() const
+boost::optional<std::wstring> Dao::getKxAppId() const
 {
-    const std::string id = answer("getKxAppId " + std::to_string(m_handle));
-    return id.empty() ? boost::none : boost::make_optional(FromUTF8String(id));
+    const std::string id = answer("getKxAppId " + text(m_handle));
+    return boost::make_optional(!id.empty(), wide(id));
 }
 
-bool KxWidgetDAOReadOnly::isInstalledOnUSB() const
+bool Dao::isInstalledOnUSB() const { return answer("isInstalledOnUSB " + text(m_handle), "1") == "1"; }
+
+std::wstring Dao::getTizenAppIdFromKxAppId(const std::wstring& kxAppId)
 {
-    return answer("isInstalledOnUSB " + std::to_string(m_handle), "1") == "1";
+    return wide(answer("getTizenAppId " + text(kxAppId), "t." + text(kxAppId)));
 }
 
-std::wstring KxWidgetDAOReadOnly::getTizenAppIdFromKxAppId(const std::wstring& kxAppId)
-{
-    const std::string id = ToUTF8String(kxAppId);
-    return FromUTF8String(answer("getTizenAppId " + id, "t." + id));
-}
+bool Dao::isWidgetInstalled(const std::wstring& id) { return answer("isWidgetInstalled " + text(id), "1") == "1"; }
 
-bool KxWidgetDAOReadOnly::isWidgetInstalled(const std::wstring& tizenAppId)
-{
-    return answer("isWidgetInstalled " + ToUTF8String(tizenAppId), "1") == "1";
-}
+int Dao::getHandleFromTizenAppId(const std::wstring& id) { return std::stoi(answer("getHandle " + text(id), "5")); }
 
-int KxWidgetDAOReadOnly::getHandleFromTizenAppId(const std::wstring& tizenAppId)
+std::list<std::shared_ptr<Dao>> Dao::getAvailableWidgets()
 {
-    return std::stoi(answer("getHandle " + ToUTF8String(tizenAppId), "5"));
-}
-
-std::list<std::shared_ptr<KxWidgetDAOReadOnly>> KxWidgetDAOReadOnly::getAvailableWidgets()
-{
-    std::list<std::shared_ptr<KxWidgetDAOReadOnly>> widgets;
+    std::list<std::shared_ptr<Dao>> widgets;
     const int count = std::stoi(answer("getAvailableWidgets", "0"));
     for (int handle = 0; handle < count; ++handle) {
-        widgets.push_back(std::make_shared<KxWidgetDAOReadOnly>(handle));
+        widgets.push_back(std::make_shared<Dao>(handle));
     }
     return widgets;
 }
 
-void KxWidgetDAO::setAvailable(const std::wstring& tizenAppId, bool available)
+void KxWidgetDAO::setAvailable(const std::wstring& id, bool available)
 {
-    answer("setAvailable " + ToUTF8String(tizenAppId) + (available ? " 1" : " 0"));
+    answer("setAvailable " + text(id) + (available ? " 1" : " 0"));
 }
 
-void KxWidgetDAO::setExternalStoragePath(const std::wstring& tizenAppId, const boost::optional<std::wstring>& path)
+void KxWidgetDAO::setExternalStoragePath(const std::wstring& id, const boost::optional<std::wstring>& path)
 {
-    answer("setPath " + ToUTF8String(tizenAppId) + " " + (path ? "'" + ToUTF8String(*path) + "'" : "none"));
+    answer("setPath " + text(id) + " " + (path ? "'" + text(*path) + "'" : "none"));
 }
 
 }  // namespace ZelmarDB
