@@ -129,8 +129,9 @@ class DeviceTest(TelevisionTest):
             self.assertTrue(run.log[0].endswith(f"SqlException caught: Open {DATABASE}: {reason}"), run.log)
             self.assertEqual("<3> main: main(41) > Cannot attach DBConnection to current thread", run.log[1])
         self.assertFalse(DATABASE.exists())
-        run = self.device.run("--make-all-unavailable", preexec_fn=lambda: os.close(2))
-        self.assertEqual(2, len(run.log), run.log)  # the message for standard error is not in the socket opened instead
+        if not INSTRUMENTED:  # valgrind has messages of its own
+            run = self.device.run("--make-all-unavailable", preexec_fn=lambda: os.close(2))
+            self.assertEqual(2, len(run.log), run.log)  # no message for standard error is in a socket opened instead
 
     def test_rows_that_nobody_expects(self):
         device = self.device.widget("a").widget("odd").widget("unnamed")
