@@ -3,6 +3,7 @@
 import argparse
 import csv
 import os
+import re
 import resource
 import shutil
 import sqlite3
@@ -22,11 +23,18 @@ LOG = Path(f"{DATABASE}-wal")
 TRACE = Path("/opt/trace")
 
 START_UP_RUNS = 50
-# Up to how many widgets: beyond, what one of them takes does not change any more.
-TIMED_UP_TO = {"tool": 100000, "floor": 100000, "peer": 10000, "loop": 100}
-TRACED_UP_TO = {"tool": 10000, "floor": 10000, "peer": 10, "loop": 10}
+# From and up to how many widgets: beyond, what one of them takes does not change any more.
+TIMED_FROM = {"no --": 1000}
+TIMED_UP_TO = {"tool": 100000, "no --": 100000, "floor": 100000, "peer": 10000, "loop": 100}
+TRACED_UP_TO = {"tool": 10000, "no --": 0, "floor": 10000, "peer": 10, "loop": 10}
+# From how many widgets on, and for whom, a tenth of them is timed beside.
+LINEAR, LINEAR_FROM = ("tool", "no --"), 10000
+# Where instructions are counted, in a run that takes twenty times as long.
+COUNTED, COUNTED_AT = ("tool", "no --", "floor"), 1000
+SYNCS = ("fsync", "fdatasync", "syncfs", "sync")
 COLUMNS = ("file_system", "action", "widgets", "contestant", "runs", "min_ms", "median_ms", "us_per_widget", "to_floor",
-           "syscalls_per_widget", "syncs", "peak_kib", "log_file_kib", "log_lines")
+           "to_peer", "to_tenth", "instructions_per_widget", "syscalls_per_widget", "syncs", "peak_kib", "log_file_kib",
+           "log_lines")
 
 
 def names(count):
@@ -75,6 +83,19 @@ def write_inputs(count):
         begin + "UPDATE widget SET external_storage_path = '', available = 0 WHERE available;\n" + commit)
 
 
+def reset_database():
+    for left in DATABASE.parent.glob(f"{DATABASE.name}-*"):  # a log that was kept is another database's now
+        left.unlink()
+    shutil.copyfile(TEMPLATE, DATABASE)
+
+
+def actions(who, count):
+    """The words of both, the second of which takes back the first."""
+    separator = [] if who == "no --" else ["--"]
+    return {"available": ["--make-available", "--path", STICK, *separator, *names(count)],
+            "all-unavailable": ["--make-all-unavailable"]}
+
+
 def check(count, available):
     """Stops unless every link, label and row is as the action leaves it."""
     for name in names(count):
@@ -93,8 +114,13 @@ class Measured:
     """One contestant at one action."""
 
     def __init__(self):
-        self.seconds, self.peak_kib, self.log_lines = [], 0, 0
+        self.seconds, self.tenth, self.peak_kib, self.log_lines = [], [], 0, 0
         self.calls = self.syncs = self.log_file_bytes = None  # not traced
+        self.instructions = None  # not counted
+
+    def to(self, seconds):
+        """The median of the ratios to others' seconds, each pair measured one right after the other."""
+        return f"{statistics.median(map(truediv, self.seconds, seconds)):.2f}" if seconds else ""
 
     def add(self, seconds, peak_kib, log_lines):
         self.seconds.append(float(seconds))
@@ -105,8 +131,9 @@ class Measured:
 class Bench:
     def __init__(self, build, table):
         self.measure = build / "bench/measure"
-        self.contestants = {"tool": [build / "zelmar-frontend"], "floor": [build / "bench/floor"],
-                            "peer": [HERE / "peer", INPUTS, DATABASE], "loop": [HERE / "loop", DATABASE]}
+        self.contestants = {"tool": [build / "zelmar-frontend"], "no --": [build / "zelmar-frontend"],
+                            "floor": [build / "bench/floor"], "peer": [HERE / "peer", INPUTS, DATABASE],
+                            "loop": [HERE / "loop", DATABASE]}
         if os.stat("/").st_uid != 0:
             print("bench: no peer: systemd-tmpfiles trusts no path where / is another's, as in a plain user's")
             del self.contestants["peer"]
@@ -115,43 +142,50 @@ class Bench:
 
     def compare(self, count, runs, untraced):
         """Makes `count` widgets available and unavailable, the contestants by turns."""
-        contestants = {who: words for who, words in self.contestants.items() if count <= TIMED_UP_TO[who]}
-        actions = {"available": ["--make-available", "--path", STICK, "--", *names(count)],
-                   "all-unavailable": ["--make-all-unavailable"]}
+        contestants = {who: words for who, words in self.contestants.items()
+                       if TIMED_FROM.get(who, 0) <= count <= TIMED_UP_TO[who]}
         install(count)
-        found = {(action, who): Measured() for action in actions for who in contestants}
+        found = {(action, who): Measured() for action in ("available", "all-unavailable") for who in contestants}
         for number in range(runs):
             print(f"bench: {self.file_system}, {count} widgets, run {number + 1} of {runs}", file=sys.stderr)
             for who, words in contestants.items():
-                shutil.copyfile(TEMPLATE, DATABASE)
-                for action in actions:
+                reset_database()
+                if who in LINEAR and count >= LINEAR_FROM:
+                    for action, action_words in actions(who, count // 10).items():
+                        found[action, who].tenth.append(float(self.call(*words, *action_words)[0]))
+                for action, action_words in actions(who, count).items():
                     if self.file_system != "tmpfs":
                         os.sync()  # What was written before is not for this run to wait for.
-                    found[action, who].add(*self.call(*words, *actions[action]))
+                    found[action, who].add(*self.call(*words, *action_words))
                     check(count, available=action == "available")
         for who, words in contestants.items():
-            if untraced or count > TRACED_UP_TO[who]:
-                continue
-            shutil.copyfile(TEMPLATE, DATABASE)
-            for action in actions:
-                self.trace(found[action, who], *words, *actions[action])
-        for action in actions:
+            reset_database()
+            for action, action_words in actions(who, count).items():
+                if not untraced and count <= TRACED_UP_TO[who]:
+                    self.trace(found[action, who], *words, *action_words)
+            if count == COUNTED_AT and who in COUNTED and not untraced:
+                for action, action_words in actions(who, count).items():
+                    found[action, who].instructions = self.count_instructions(*words, *action_words)
+                for action, action_words in actions(who, 1).items():
+                    found[action, who].instructions -= self.count_instructions(*words, *action_words)
+        for action in actions("tool", count):
             if found[action, "tool"].log_lines != found[action, "floor"].log_lines:
                 raise SystemExit("bench: floor.cpp must log as many lines as the tool does; bring it up to date")
             self.write(action, count, {who: found[action, who] for who in contestants})
 
     def start_up(self):
-        """A call without words: the database is opened and closed, the allowed options are printed."""
+        """Calls that change nothing: one without words, and one that finds no widget to remove."""
         install(1)
-        shutil.copyfile(TEMPLATE, DATABASE)
+        reset_database()
         contestants = {"tool": self.contestants["tool"], "floor": self.contestants["floor"], "true": ["/bin/true"]}
-        found = {who: Measured() for who in contestants}
-        for _ in range(START_UP_RUNS):
+        for action, action_words in {"start-up": [], "no change": ["--make-all-unavailable"]}.items():
+            found = {who: Measured() for who in contestants}
+            for _ in range(START_UP_RUNS):
+                for who, words in contestants.items():
+                    found[who].add(*self.call(*words, *action_words))
             for who, words in contestants.items():
-                found[who].add(*self.call(*words))
-        for who, words in contestants.items():
-            self.trace(found[who], *words)
-        self.write("start-up", 0, found)
+                self.trace(found[who], *words, *action_words)
+            self.write(action, 0, found)
 
     def call(self, *words):
         """Runs the words under `measure` and returns its findings."""
@@ -161,25 +195,30 @@ class Bench:
         return done.stdout.splitlines()[-1].split()
 
     def trace(self, measured, *words):
-        """Counts system calls. The database's log only ever grows, and an open file outlives its name."""
-        with open(LOG, "wb") as log:
-            self.call("strace", "-f", "-c", "-U", "calls,name", "-o", TRACE, *words)
-            measured.log_file_bytes = os.fstat(log.fileno()).st_size
-        LOG.unlink(missing_ok=True)
+        """Counts system calls."""
+        self.call("strace", "-f", "-c", "-U", "calls,name", "-o", TRACE, *words)
+        measured.log_file_bytes = LOG.stat().st_size if LOG.exists() else 0
         lines = [line.split() for line in TRACE.read_text().splitlines()]
         calls = {line[-1]: int(line[0]) for line in lines if line and line[0].isdigit()}
         measured.calls = calls["total"]
-        measured.syncs = calls.get("fsync", 0) + calls.get("fdatasync", 0)
+        measured.syncs = sum(calls.get(name, 0) for name in SYNCS)
+
+    def count_instructions(self, *words):
+        """How many the words take in user space."""
+        self.call("env", "TMPDIR=/dev/shm", "valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
+                  f"--log-file={TRACE}", *words)
+        return int(re.search("Collected : ([0-9]+)", TRACE.read_text())[1])
 
     def write(self, action, count, found):
         for who, measured in found.items():
             median = statistics.median(measured.seconds)
             each = max(count, 1)
-            traced = measured.calls is not None
+            traced, counted = measured.calls is not None, measured.instructions is not None
             self.table.writerow(dict(zip(COLUMNS, (
                 self.file_system, action, count, who, len(measured.seconds),
                 f"{min(measured.seconds) * 1e3:.2f}", f"{median * 1e3:.2f}", f"{median * 1e6 / each:.1f}",
-                f"{statistics.median(map(truediv, measured.seconds, found['floor'].seconds)):.2f}",
+                measured.to(found["floor"].seconds), measured.to(found["peer"].seconds if "peer" in found else []),
+                measured.to(measured.tenth), round(measured.instructions / (count - 1)) if counted else "",
                 f"{measured.calls / each:.1f}" if traced else "", measured.syncs, measured.peak_kib,
                 measured.log_file_bytes // 1024 if traced else "", measured.log_lines))))
 
