@@ -146,9 +146,9 @@ class DeviceTest(TelevisionTest):
         odd = "Database error: Read a widget's TizenAppId: Not well-formed UTF-8: \\xc3("
         self.assertEqual(["Dao handle: t.a", odd, "Dao handle: t.unnamed", "Action's clean is not required."], told)
 
-        for refused in ("a/b", "a\0b"):
+        for refused in ("a/b", "a\0b", "a"):  # the last of two widgets
             with self.assertRaises(sqlite3.IntegrityError):
-                device.widget(refused)
+                device.sql("UPDATE widget SET kx_app_id = ?", refused)
         device.sql("DROP TABLE widget")
         run = device.run("--make-all-unavailable")
         self.assertEqual((255, "", "List the available widgets: no such table: widget\n"), run[:3])
