@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <string>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <utility>
 
 namespace {
@@ -80,25 +82,32 @@ int syslogPriority(int priority)
 int __dlog_print(int priority, const char* tag, const char* format, ...)
 {
     static SystemLog systemLog;
-    constexpr int usualLength = 500;
 
     // No time: the logger stamps what it receives.
-    std::string line = '<' + std::to_string(LOG_USER | syslogPriority(priority)) + '>' + tag + ": ";
-    const size_t head = line.size();
-    line.resize(head + usualLength);
+    char line[1024];
+    const int head = std::snprintf(line, sizeof line, "<%d>%.100s: ", LOG_USER | syslogPriority(priority), tag);
     va_list arguments;
     va_start(arguments, format);
-    const int length = std::vsnprintf(&line[head], usualLength + 1, format, arguments);
+    const int text = std::vsnprintf(line + head, sizeof line - static_cast<size_t>(head), format, arguments);
     va_end(arguments);
-    if (length < 0) {
+    if (text < 0) {
         return 0;
     }
-    line.resize(head + static_cast<size_t>(length));
-    if (length > usualLength) {
-        va_start(arguments, format);
-        std::vsnprintf(&line[head], static_cast<size_t>(length) + 1, format, arguments);
-        va_end(arguments);
+    const size_t length = static_cast<size_t>(head + text);
+    if (length < sizeof line) {
+        systemLog.send(line, length);
+        return 0;
     }
-    systemLog.send(line.data(), line.size());
+
+    const std::unique_ptr<char[]> longLine(new (std::nothrow) char[length + 1]);
+    if (!longLine) {  // cut: callers that are out of memory rely on a log that does not throw
+        systemLog.send(line, sizeof line - 1);
+        return 0;
+    }
+    std::memcpy(longLine.get(), line, static_cast<size_t>(head));
+    va_start(arguments, format);
+    std::vsnprintf(longLine.get() + head, static_cast<size_t>(text) + 1, format, arguments);
+    va_end(arguments);
+    systemLog.send(longLine.get(), length);
     return 0;
 }
