@@ -116,21 +116,28 @@ off_t WidgetDatabase::bytesInLog() const
     return LOG_HEADER_BYTES + off_t(m_pagesInLog) * m_pageBytes;
 }
 
-int WidgetDatabase::syncFileSystems() const
+void WidgetDatabase::sync(const SyncHandle& handle)
+{
+    const int error = handle.syncFileSystem();
+    if (m_syncError == 0) {
+        m_syncError = error;
+    }
+}
+
+int WidgetDatabase::syncAll()
 {
     // Links first, so that no row comes to the disk here that counts on a link that does not.
     if (m_links.isOpen() && m_links.status().st_dev != m_log->status().st_dev) {
-        if (const int error = m_links.syncFileSystem()) {
-            return error;
-        }
+        sync(m_links);
     }
-    return m_log->syncFileSystem();
+    sync(*m_log);
+    return m_syncError;
 }
 
 int WidgetDatabase::foldLog()
 {
     // Links and log are on the disk before what replaces them.
-    if (const int error = syncFileSystems()) {
+    if (const int error = syncAll()) {
         return error;
     }
     // It copies what other processes let go of, without waiting for them. If it fails, the log stays as it is.
@@ -151,9 +158,9 @@ void WidgetDatabase::tendLog()
     if (std::exchange(m_pagesInLog, pages) >= pages) {  // the log was started anew, or this is the first change
         m_foldAtBytes = LOG_LIMIT_DURING_RUN;
         // Over older content: a power cut could leave a part of that which reads as valid, so its head goes to the disk
-        // before any more is written. A failure is told by the sync at the end.
+        // before any more is written. bringToDisk tells of a failure.
         if (m_log->status().st_size > bytesInLog()) {
-            syncFileSystems();
+            sync(*m_log);
         }
     }
     if (bytesInLog() >= m_foldAtBytes) {
@@ -168,7 +175,7 @@ int WidgetDatabase::bringToDisk()
     if (m_database.getTotalChanges() == 0) {
         return 0;
     }
-    return m_log->status().st_size > LOG_LIMIT_AFTER_RUN ? foldLog() : syncFileSystems();
+    return m_log->status().st_size > LOG_LIMIT_AFTER_RUN ? foldLog() : syncAll();
 }
 
 }  // namespace ZelmarDB

@@ -62,7 +62,8 @@ private:
 
     int readInt(const char* sql) { return m_database.execAndGet(sql).getInt(); }
     off_t bytesInLog() const;
-    int syncFileSystems() const;
+    void sync(const SyncHandle& handle);
+    int syncAll();
     int foldLog();
 
     std::chrono::nanoseconds m_waitingBudget;
@@ -73,6 +74,7 @@ private:
     int m_pagesJustCommitted = 0;  // all that the log holds after a commit; 0 once tended
     int m_pagesInLog = INT_MAX;
     off_t m_foldAtBytes = 0;
+    int m_syncError = 0;  // of the first sync that failed: the system tells of a lost write only once
 };
 
 }  // namespace ZelmarDB
