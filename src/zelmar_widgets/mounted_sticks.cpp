@@ -1,5 +1,8 @@
 #include "mounted_sticks.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
 #include <zelmar_frontend_constants.h>
 #include <algorithm>
 #include <filesystem>
@@ -11,6 +14,8 @@ namespace fs = std::filesystem;
 namespace ZelmarWidgets {
 
 namespace {
+
+constexpr char MOUNTS[] = "/proc/self/mountinfo";
 
 /** The kernel writes blanks, tabs, newlines and backslashes of a path as a backslash and three octal digits. */
 std::string unescaped(const std::string& field)
@@ -32,7 +37,7 @@ std::string unescaped(const std::string& field)
 std::vector<std::string> mountedSticks()
 {
     std::vector<std::string> sticks;
-    std::ifstream mounts("/proc/self/mountinfo");
+    std::ifstream mounts(MOUNTS);
     for (std::string line; std::getline(mounts, line);) {
         std::istringstream fields(line);
         std::string mountPoint;  // the fifth, after mount, parent, device and root
@@ -45,6 +50,19 @@ std::vector<std::string> mountedSticks()
     }
     std::reverse(sticks.begin(), sticks.end());
     return sticks;
+}
+
+MountWatch::MountWatch() : m_mounts(open(MOUNTS, O_RDONLY | O_CLOEXEC)) {}
+
+MountWatch::~MountWatch()
+{
+    close(m_mounts);
+}
+
+bool MountWatch::changed() const
+{
+    pollfd mounts{m_mounts, POLLPRI, 0};
+    return poll(&mounts, 1, 0) > 0 && (mounts.revents & POLLPRI) != 0;
 }
 
 bool leadsInto(const std::string& path, const std::string& folder)

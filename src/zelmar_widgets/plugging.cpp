@@ -5,9 +5,11 @@
 #include <zelmar_frontend_constants.h>
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <thread>
 
 #include "failure.h"
 #include "front_end.h"
@@ -21,6 +23,9 @@ namespace fs = std::filesystem;
 namespace ZelmarWidgets {
 
 namespace {
+
+// How often sticks may come and go meanwhile until a plug takes what is there.
+constexpr int MOST_RUNS = 10;
 
 using ZelmarDB::RegisteredWidget;
 using ZelmarDB::registeredWidgets;
@@ -95,6 +100,24 @@ std::string canonical(const std::string& mountPoint)
     return path.has_filename() ? path : path.parent_path();
 }
 
+/** The database's widgets on USB that have their folder on the stick. */
+Identifiers heldBy(const std::string& stick, RegistryAccess access)
+{
+    Identifiers held;
+    for (const RegisteredWidget& row : registeredWidgets(access)) {
+        if (row.installedOnUsb && isOnStick(stick, row.identifier)) {
+            held.push_back(row.identifier);
+        }
+    }
+    return held;
+}
+
+bool isMounted(const std::string& stick)
+{
+    const std::vector<std::string> sticks = mountedSticks();
+    return std::find(sticks.begin(), sticks.end(), stick) != sticks.end();
+}
+
 /** Whether the widget's row or one of its links leads to the stick. */
 bool leadsToStick(const RegisteredWidget& row, const std::string& stick)
 {
@@ -158,20 +181,24 @@ std::vector<Outcome> plug(const std::string& mountPoint, bool dryRun)
         throw Failure(BAD_COMMAND_LINE, "no directory: '" + mountPoint + "'; name the one where the stick is mounted");
     }
     const std::string stick = canonical(mountPoint);
-    Identifiers held;
-    for (const RegisteredWidget& row : registeredWidgets(dryRun ? RegistryAccess::READ : RegistryAccess::CHANGE)) {
-        if (row.installedOnUsb && isOnStick(stick, row.identifier)) {
-            held.push_back(row.identifier);
-        }
-    }
-
     Outcomes outcomes;
     if (dryRun) {
-        for (const std::string& identifier : held) {
+        for (const std::string& identifier : heldBy(stick, RegistryAccess::READ)) {
             outcomes[identifier] = {identifier, "planned"};
         }
-    } else {
+        return inOrder(outcomes);
+    }
+    // A loose contact may let go and be back before the event manager has looked, which then neither unplugs nor plugs
+    // again. Systemd looks once a second at most, and ends this process if the stick is gone by then.
+    const MountWatch mounts;
+    for (int run = 1; run <= MOST_RUNS; ++run) {
+        const Identifiers held = heldBy(stick, RegistryAccess::CHANGE);
         plugAll(stick, held, outcomes);
+        const bool cameTooLate = run == 1 && held.empty() && !isMounted(stick);
+        if (!mounts.changed() && !cameTooLate) {
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(1));
     }
     return inOrder(outcomes);
 }
