@@ -2,7 +2,6 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
-#include <syslog.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +13,8 @@
 #include <utility>
 
 namespace {
+
+constexpr size_t LONGEST_TAG = 100;
 
 /** The system log's socket: one datagram a line. syslog(3) would wait for ever for a logger that does not read. */
 class SystemLog {
@@ -63,17 +64,18 @@ void SystemLog::send(const char* line, size_t length)
     }
 }
 
-int syslogPriority(int priority)
+/** How a line begins: the facility LOG_USER (8) plus the priority that the log of the system gives it. */
+const char* syslogHead(int priority)
 {
     switch (priority) {
         case 4:
-            return LOG_INFO;
+            return "<14>";  // LOG_INFO
         case 5:
-            return LOG_WARNING;
+            return "<12>";  // LOG_WARNING
         case 6:
-            return LOG_ERR;
+            return "<11>";  // LOG_ERR
         default:
-            return LOG_DEBUG;
+            return "<15>";  // LOG_DEBUG
     }
 }
 
@@ -85,15 +87,16 @@ int __dlog_print(int priority, const char* tag, const char* format, ...)
 
     // No time: the logger stamps what it receives.
     char line[1024];
-    const int head = std::snprintf(line, sizeof line, "<%d>%.100s: ", LOG_USER | syslogPriority(priority), tag);
+    const char* const text = stpcpy(stpncpy(stpcpy(line, syslogHead(priority)), tag, LONGEST_TAG), ": ");
+    const auto head = static_cast<size_t>(text - line);
     va_list arguments;
     va_start(arguments, format);
-    const int text = std::vsnprintf(line + head, sizeof line - static_cast<size_t>(head), format, arguments);
+    const int printed = std::vsnprintf(line + head, sizeof line - head, format, arguments);
     va_end(arguments);
-    if (text < 0) {
+    if (printed < 0) {
         return 0;
     }
-    const size_t length = static_cast<size_t>(head + text);
+    const size_t length = head + static_cast<size_t>(printed);
     if (length < sizeof line) {
         systemLog.send(line, length);
         return 0;
@@ -104,9 +107,9 @@ int __dlog_print(int priority, const char* tag, const char* format, ...)
         systemLog.send(line, sizeof line - 1);
         return 0;
     }
-    std::memcpy(longLine.get(), line, static_cast<size_t>(head));
+    std::memcpy(longLine.get(), line, head);
     va_start(arguments, format);
-    std::vsnprintf(longLine.get() + head, static_cast<size_t>(text) + 1, format, arguments);
+    std::vsnprintf(longLine.get() + head, length - head + 1, format, arguments);
     va_end(arguments);
     systemLog.send(longLine.get(), length);
     return 0;
