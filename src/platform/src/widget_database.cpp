@@ -71,7 +71,8 @@ int SyncHandle::syncFileSystem() const
 
 WidgetDatabase::WidgetDatabase()
     : m_waitingBudget(WAITING_BUDGET),
-      m_database(accessible(DATABASE_FILE), SQLite::OPEN_READWRITE),
+      // One thread uses it, so SQLite's own locks would only cost.
+      m_database(accessible(DATABASE_FILE), SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX),
       m_links(LINKS_ROOT)
 {
     sqlite3* const database = m_database.getHandle();
