@@ -114,6 +114,7 @@ class DeviceTest(TelevisionTest):
                 run = device.available("a", "atlas", **output)
                 message = f"Cannot write the result line to standard output: {reason}\n" if reason else ""
                 self.assertEqual((255, "", message), run[:3])
+                self.assertEqual(1, "\n".join(run.log).count("Symlink create failed"))
                 self.assertEqual({"a": (Row(False, ""), {}), "atlas": (Row(False, None), {"config.xml": None})},
                                  device.state())
 
@@ -236,6 +237,7 @@ class DeviceTest(TelevisionTest):
         run = self.device.available("a", under=["strace", "-o/opt/trace", "-e", "inject=symlink:retval=0:when=2"])
         self.assertEqual("a,FAIL,Synlinks_Create_Error:\n", run.out)
         self.assertIn(" > Symlink create failed: [No such file or directory]", "\n".join(run.log))
+        self.assertEqual(1, "\n".join(run.log).count("Preaparing smack labels"))
         self.assertEqual((Row(False, None), {}), self.device.state()["a"])
 
     @unittest.skipIf(INSTRUMENTED, "its memory is not the tool's own")
