@@ -2,6 +2,7 @@
 
 #include <boost/optional.hpp>
 #include <string>
+#include <utility>
 
 /**
  * What a platform folder supplies to conformance_test: its database and labels, past the seam. Each call uses a
@@ -18,13 +19,11 @@ bool removeDatabase();
 /** Makes every query and change fail, on the attached thread too; as by removing the table of widgets. */
 void breakDatabase();
 
-/** Adds a widget: not available, without a path. */
-void putWidget(const std::string& tizenAppId, const boost::optional<std::string>& kxAppId, bool installedOnUsb);
+/** Adds a widget: not available, without a path; an empty KxAppId is none. */
+void putWidget(const std::string& tizenAppId, const std::string& kxAppId, bool installedOnUsb);
 
-struct State {
-    bool available;
-    boost::optional<std::string> externalStoragePath;
-};
+/** Whether it is available, and its external storage path. */
+using State = std::pair<bool, boost::optional<std::string>>;
 State readWidget(const std::string& tizenAppId);
 
 /** The label of the path itself, be it a link; empty if it has none. */

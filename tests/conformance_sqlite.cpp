@@ -1,4 +1,5 @@
 #include <SQLiteCpp/SQLiteCpp.h>
+#include <SQLiteCpp/VariadicBind.h>
 #include <sys/xattr.h>
 #include <boost/filesystem.hpp>
 #include <fstream>
@@ -8,50 +9,44 @@
 
 namespace Conformance {
 
-const boost::filesystem::path DATABASE_FILE = "/opt/usr/zelmar/widgets.db";
+const std::string FOLDER = "/opt/usr/zelmar", DATABASE_FILE = FOLDER + "/widgets.db";
 
 void makeDatabase()
 {
     removeDatabase();
     std::ostringstream schema;
     schema << std::ifstream(SCHEMA).rdbuf();
-    SQLite::Database(DATABASE_FILE.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(schema.str());
+    SQLite::Database(DATABASE_FILE, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(schema.str());
 }
 
 bool removeDatabase()
 {
-    const bool existed = boost::filesystem::remove(DATABASE_FILE);
-    boost::filesystem::remove_all(DATABASE_FILE.parent_path());
-    boost::filesystem::create_directories(DATABASE_FILE.parent_path());
+    const bool existed = boost::filesystem::exists(DATABASE_FILE);
+    boost::filesystem::remove_all(FOLDER);
+    boost::filesystem::create_directories(FOLDER);
     return existed;
 }
 
 void breakDatabase()
 {
-    SQLite::Database(DATABASE_FILE.string(), SQLite::OPEN_READWRITE).exec("DROP TABLE widget");
+    SQLite::Database(DATABASE_FILE, SQLite::OPEN_READWRITE).exec("DROP TABLE widget");
 }
 
-void putWidget(const std::string& tizenAppId, const boost::optional<std::string>& kxAppId, bool installedOnUsb)
+void putWidget(const std::string& tizenAppId, const std::string& kxAppId, bool installedOnUsb)
 {
-    SQLite::Database database(DATABASE_FILE.string(), SQLite::OPEN_READWRITE);
-    SQLite::Statement insert(database,
-                             "INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb) VALUES (?, ?, ?)");
-    insert.bind(1, tizenAppId);
-    if (kxAppId) {
-        insert.bind(2, *kxAppId);
-    }
-    insert.bind(3, installedOnUsb ? 1 : 0);
+    SQLite::Database database(DATABASE_FILE, SQLite::OPEN_READWRITE);
+    SQLite::Statement insert(
+        database, "INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb) VALUES (?, nullif(?, ''), ?)");
+    SQLite::bind(insert, tizenAppId, kxAppId, int(installedOnUsb));
     insert.exec();
 }
 
 State readWidget(const std::string& tizenAppId)
 {
-    SQLite::Database database(DATABASE_FILE.string());
+    SQLite::Database database(DATABASE_FILE);
     SQLite::Statement query(database, "SELECT available, external_storage_path FROM widget WHERE tizen_app_id = ?");
     query.bind(1, tizenAppId);
-    if (!query.executeStep()) {
-        throw std::runtime_error("No widget has the TizenAppId " + tizenAppId);
-    }
+    query.executeStep();
     const SQLite::Column path = query.getColumn(1);
     return {query.getColumn(0).getInt() == 1, boost::make_optional(!path.isNull(), path.getString())};
 }
