@@ -83,6 +83,29 @@ void holdStandardStreams()
     close(file);
 }
 
+/**
+ * The command line as CLI11 takes it, the last word first. Where several identifiers may stand it would split "[a,b]",
+ * but not if more follows: a null character, which `unshielded` takes away.
+ */
+std::vector<std::string> reversedWords(int argc, const char* const* argv)
+{
+    std::vector<std::string> words(argv + 1, argv + argc);
+    if (!words.empty() && words.front() == "status") {
+        for (std::string& word : words) {
+            if (word.rfind('[', 0) == 0) {
+                word += '\0';
+            }
+        }
+    }
+    std::reverse(words.begin(), words.end());
+    return words;
+}
+
+std::string unshielded(const std::string& word)
+{
+    return word.substr(0, word.find('\0'));
+}
+
 /** Takes the command line apart and obeys it. Throws what its parts do, and CLI::ParseError. */
 ExitStatus run(CLI::App& app, int argc, const char* const* argv)
 {
@@ -98,7 +121,7 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     CLI::App* const status =
         app.add_subcommand("status", "Show what is available, from where, and whether it is whole");
     status->add_flag("--json", request.json, "For machines");
-    status->add_option("IDENTIFIER", request.identifiers, "Only these widgets");
+    status->add_option("IDENTIFIER", request.identifiers, "Only these widgets")->transform(unshielded);
 
     CLI::App* const plugging = app.add_subcommand("plug", "Make the widgets on a mounted stick available");
     plugging->add_flag("--dry-run", request.dryRun, "Only tell which these are");
@@ -123,7 +146,7 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
 
     CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
 
-    app.parse(argc, argv);
+    app.parse(reversedWords(argc, argv));
     if (status->parsed()) {
         return showStatus(request);
     }

@@ -207,28 +207,26 @@ std::vector<Outcome> unplug(const std::string& mountPoint)
 {
     const InstanceLock lock;
     const std::string stick = canonical(mountPoint);
-    Identifiers leaving;
-    for (const RegisteredWidget& row : registeredWidgets(RegistryAccess::CHANGE)) {
-        if (row.installedOnUsb && leadsToStick(row, stick)) {
-            leaving.push_back(row.identifier);
-        }
-    }
-    Outcomes outcomes;
-    unplugAll(leaving, outcomes);
-
     std::vector<std::string> others;
     for (const std::string& mounted : mountedSticks()) {
         if (!leadsInto(mounted, stick)) {
             others.push_back(mounted);
         }
     }
+    Identifiers leaving;
     std::map<std::string, Identifiers> toPlug;
-    for (const std::string& identifier : leaving) {
-        const std::string other = stickWithImage(others, identifier);
+    for (const RegisteredWidget& row : registeredWidgets(RegistryAccess::CHANGE)) {
+        if (!leadsToStick(row, stick)) {
+            continue;
+        }
+        leaving.push_back(row.identifier);
+        const std::string other = row.installedOnUsb ? stickWithImage(others, row.identifier) : "";
         if (!other.empty()) {
-            toPlug[other].push_back(identifier);
+            toPlug[other].push_back(row.identifier);
         }
     }
+    Outcomes outcomes;
+    unplugAll(leaving, outcomes);
     for (const auto& [other, identifiers] : toPlug) {
         plugAll(other, identifiers, outcomes);
     }
