@@ -83,10 +83,8 @@ class WidgetsTest(TelevisionTest):
         for name in wrong:
             self.device.widget(name)
         self.call(0, "plug", STICK)
-        for file in place("missing") / "config.xml", STICK / "elsewhere_img/config.xml", STICK / "bare_img/bare.img", own:
-            file.unlink()
-        for folder in (STICK / "gone_img", place("dirless")):
-            shutil.rmtree(folder)
+        subprocess.run(["rm", "-r", own, place("missing") / "config.xml", STICK / "elsewhere_img/config.xml",
+                        STICK / "bare_img/bare.img", STICK / "gone_img", place("dirless")], check=True)
         os.removexattr(place("unlabelled") / "config.xml", LABEL, follow_symlinks=False)
         own.symlink_to(STICK / "../../elsewhere")
         self.device.sql("UPDATE widget SET available = 0 WHERE kx_app_id = 'left'")
