@@ -5,14 +5,10 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/xattr.h>
+#include <syslog.h>
 #include <unistd.h>
-#include <algorithm>
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -26,7 +22,6 @@ const std::string METADATA_FILES[] = {"widget.info", "config.xml", "config.xml.s
 
 sqlite3* database;
 int appsFolder;
-int systemLog;
 int pagesInLog;
 
 void must(bool done, const char* step)
@@ -37,20 +32,9 @@ void must(bool done, const char* step)
     }
 }
 
-[[gnu::format(printf, 1, 2)]] void sendLine(const char* format, ...)
-{
-    static char line[1 << 17];  // a longer one is cut, as the tool cuts what its socket does not take
-    va_list arguments;
-    va_start(arguments, format);
-    const auto length = static_cast<size_t>(std::vsnprintf(line, sizeof line, format, arguments));
-    va_end(arguments);
-    send(systemLog, line, std::min(length, sizeof line - 1), MSG_NOSIGNAL);
-}
-
 // As long as the tool's lines are, and with as many arguments to print.
-#define LOG(format, ...)                                                                                        \
-    sendLine("<15>ZELMAR_INSTALLER: %s: %s(%d) > " format, "make_widgets_available_action", __func__, __LINE__, \
-             ##__VA_ARGS__)
+#define LOG(format, ...) \
+    syslog(LOG_DEBUG, "%s: %s(%d) > " format, "make_widgets_available_action", __func__, __LINE__, ##__VA_ARGS__)
 
 /** Copies the write-ahead log into the database and empties it: links and log are on the disk before that. */
 void foldLog()
@@ -182,9 +166,7 @@ std::vector<std::string> makeAllUnavailable()
 
 int main(int argc, char** argv)
 {
-    constexpr sockaddr_un logAddress = {AF_UNIX, "/dev/log"};
-    systemLog = socket(AF_UNIX, SOCK_DGRAM, 0);
-    must(connect(systemLog, reinterpret_cast<const sockaddr*>(&logAddress), sizeof logAddress) == 0, "connect");
+    openlog("ZELMAR_INSTALLER", 0, LOG_USER);
     openDatabase();
     LOG("Parsing command line arguments");
     if (argc < 2) {
