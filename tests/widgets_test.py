@@ -49,8 +49,8 @@ class WidgetsTest(TelevisionTest):
         for name in absent:
             self.device.widget(name)
         shutil.rmtree(USB)
-        ODD.mkdir(parents=True)
-        STICK.mkdir()
+        for stick in STICK, ODD:
+            stick.mkdir(parents=True)
         with mounted(ODD, "-t", "tmpfs", "none"):
             self.device.content("a", ["image"], ODD)
             one_left = {**absent, "a": ["available", str(ODD), 1, []]}
@@ -58,8 +58,8 @@ class WidgetsTest(TelevisionTest):
                 plugged = {name: WHOLE if name != "idle" else ABSENT for name in absent}
                 for name in set(absent) - {"idle"}:
                     self.device.content(name, FILES)
-                planned = self.call(0, "plug", "--dry-run", STICK)
-                self.assertEqual((len(absent) - 1, absent), (planned.count(": planned\n"), self.shown()))
+                self.assertEqual(len(absent) - 1, self.call(0, "plug", "--dry-run", STICK).count(": planned\n"))
+                self.assertEqual(absent, self.shown())
                 for words, folder, after in ((("plug", STICK), "/", plugged),
                                              (("plug", ODD), "/", {**plugged, "a": one_left["a"]}),
                                              (("unplug", f"{STICK.name}/"), USB, one_left),
@@ -102,9 +102,8 @@ class WidgetsTest(TelevisionTest):
             file.unlink(missing_ok=True)
             file.write_text("in the way")
         self.assertRegex(self.call(1, "heal"), "^gone: failed: not a directory on /opt/usr/apps/gone_img; .*\n")
-        failed = [list(entry.values())[:4] for entry in json.loads(self.call(1, "plug", "--json", STICK))["widgets"]
-                  if entry["advice"]]
-        self.assertIn(["left", "failed", None, "Synlinks_Create_Error"], failed)
+        outcomes = [[*entry.values()] for entry in json.loads(self.call(1, "plug", "--json", STICK))["widgets"]]
+        self.assertIn(["left", "failed", None, "Synlinks_Create_Error"], [outcome[:4] for outcome in outcomes])
         self.assertEqual(ABSENT, self.shown()["left"])
 
     def test_installing_and_readers_without_privileges(self):
@@ -147,12 +146,8 @@ class WidgetsTest(TelevisionTest):
         with held_by_another("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE", 99):
             self.assertIn("another process has held the database for 5 s", self.call(3, "plug", STICK))
 
-        for widget in "ab":
-            (STICK / f"{widget}_img").rename(USB / f"{widget}_img")
-        (STICK / "a_img").symlink_to(USB / "a_img")
-        os.mkfifo(STICK / "b_img")
-        (STICK / "c_img/config.xml").unlink()
-        (STICK / "c_img/config.xml").symlink_to("/dev/zero")
+        subprocess.run('mv a_img b_img .. && ln -s ../a_img && mkfifo b_img && ln -sf /dev/zero c_img/config.xml',
+                       shell=True, check=True, cwd=STICK)
         self.assertEqual(f"c: available from {STICK}\n", self.call(0, "plug", STICK))
         after = {**before, "c": self.device.linked("c", ["widget.info", "config.xml.spm"])}
         self.assertEqual(after, self.device.state())
@@ -160,8 +155,8 @@ class WidgetsTest(TelevisionTest):
         self.assertIn("schema version 0 instead of 1", self.call(3, "status"))
 
     def test_several_at_once(self):
-        for number in range(100):
-            self.device.widget(f"w{number}").content(f"w{number}", ["image"], ODD)
+        for name in [f"w{number}" for number in range(100)]:
+            self.device.widget(name).content(name, ["image"], ODD)
         cleared = self.shown()
         with open("/run/zelmar-widgets.lock", "w") as lock:
             fcntl.flock(lock, fcntl.LOCK_EX)
