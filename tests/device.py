@@ -43,7 +43,7 @@ class SystemLog:
         threading.Thread(target=self.read, daemon=True).start()
 
     def read(self):
-        while True:
+        while self.socket.fileno() >= 0:
             with self.stalled:
                 pass
             line = self.socket.recv(1 << 20)

@@ -62,7 +62,9 @@ TEST_P(Story, GoesAsTold)
             const size_t sign = rest.find(" =");
             recording.answers[rest.substr(0, sign)] = boost::trim_left_copy(rest.substr(sign + 2));
         } else if (line[0] == '$') {
-            const std::string told = line + "\n" + readParagraph(story);
+            const bool brief = boost::contains(line, " | ");
+            const std::string told =
+                boost::replace_all_copy(line, " | ", "\n") + "\n" + (brief ? "" : readParagraph(story));
             EXPECT_EQ(told, runAsTold(told));
         } else {
             EXPECT_TRUE(line.empty() || line[0] == '#') << line;
