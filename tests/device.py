@@ -52,12 +52,12 @@ class SystemLog:
             self.lines.put(line.decode("utf-8", "backslashreplace"))
 
     def take(self):
-        """The lines since the last call, as "<priority> message"; in `received`, they are as they came."""
+        """The lines since the last call, as "<priority> message"."""
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
             sender.sendto(b"end", "/dev/log")  # when it has come, so have all before it
-        self.received = list(iter(self.lines.get, "end"))
-        return [re.sub(r"<(\d+)>ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
-                for line in self.received]
+        self.received = [re.sub(r"<(\d+)>ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
+                         for line in iter(self.lines.get, "end")]
+        return self.received
 
 
 class Device:
@@ -115,10 +115,6 @@ class Device:
         return {entry.name: Link(os.readlink(entry), label(entry)) if entry.is_symlink() else None
                 for entry in self.place(name).iterdir()}
 
-    def row(self, name):
-        rows = self.sql("SELECT available, external_storage_path FROM widget WHERE kx_app_id = ?", name)
-        return Row(bool(rows[0][0]), rows[0][1]) if rows else None
-
     @staticmethod
     def linked(name, files=METADATA, **others):
         """The state of an available widget with these files on the stick, and these others in its image directory."""
@@ -128,8 +124,8 @@ class Device:
 
     def state(self):
         """All that a run may change."""
-        names = [name for name, in self.sql("SELECT kx_app_id FROM widget ORDER BY handle")]
-        return {name: (self.row(name), self.links(name)) for name in names}
+        rows = self.sql("SELECT kx_app_id, available, external_storage_path FROM widget ORDER BY handle")
+        return {name: (Row(bool(available), path), self.links(name)) for name, available, path in rows}
 
     def __str__(self):
         rows = subprocess.run(["sqlite3", "-readonly", DATABASE, "SELECT * FROM widget LIMIT 20"], capture_output=True)
