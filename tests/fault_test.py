@@ -62,12 +62,11 @@ class FaultTest(TelevisionTest):
         # With large pages each change needs a block of its own.
         script = "PRAGMA journal_mode = DELETE; PRAGMA page_size = 4096; VACUUM; PRAGMA journal_mode = WAL"
         subprocess.run(["sqlite3", DATABASE, script], stdout=subprocess.DEVNULL)
-        kept, verdicts, filler = DATABASE.read_bytes(), set(), DATABASE.parent / "filler"
-        with mounted(DATABASE.parent, "-t", "tmpfs", "-o", "size=256k", "none"):
-            for free in range(16):
-                for file in DATABASE.parent.iterdir():
-                    file.unlink()
+        kept, verdicts = DATABASE.read_bytes(), set()
+        for free in range(16):
+            with mounted(DATABASE.parent, "-t", "tmpfs", "-o", "size=256k", "none"):
                 DATABASE.write_bytes(kept)
+                filler = DATABASE.parent / "filler"
                 filler.write_bytes(bytes((64 - free) * 4096 - len(kept)))
                 run = self.run_in()
                 filler.unlink()
