@@ -43,10 +43,12 @@ class SystemLog:
         threading.Thread(target=self.read, daemon=True).start()
 
     def read(self):
-        while self.socket.fileno() >= 0:
+        while True:
             with self.stalled:
                 pass
             line = self.socket.recv(1 << 20)
+            if not line:  # the socket was shut down
+                return
             if self.watch:
                 self.watch(line)
             self.lines.put(line.decode("utf-8", "backslashreplace"))
