@@ -163,7 +163,7 @@ class DeviceTest(TelevisionTest):
             self.assertIn(run_and_count_syncs("--make-unavailable", *names[:count]), (1, 2))
         self.assertEqual(0, run_and_count_syncs("--make-all-unavailable"))
         # What others left in the write-ahead log is folded into the database.
-        filling = 2 * "UPDATE widget SET external_storage_path = hex(zeroblob(9999));"
+        filling = 2 * "UPDATE widget SET external_storage_path = hex(randomblob(9999));"
         with held_by_another("PRAGMA wal_autocheckpoint = 0;" + filling, 99):
             self.assertGreater(os.path.getsize(f"{DATABASE}-wal"), 2 << 20)
             self.assertLessEqual(run_and_count_syncs(*first), 5)
