@@ -102,7 +102,7 @@ class DeviceTest(TelevisionTest):
                                ({"stdout": broken_pipe}, "Broken pipe"),
                                ({"stdout": full_grown, "preexec_fn": limit_files}, "File too large"),
                                ({"preexec_fn": lambda: os.close(1)}, "Bad file descriptor"),
-                               ({"preexec_fn": lambda: os.closerange(0, 3)}, None)):
+                               ({"preexec_fn": lambda: os.closerange(0, 3)}, None))[:-1 if INSTRUMENTED else None]:
             with self.subTest(reason):
                 run = device.available("a", "atlas", **output)
                 message = f"Cannot write the result line to standard output: {reason}\n" if reason else ""
