@@ -38,10 +38,10 @@ protected:
 
 TEST_F(Database, AnswersAndChanges)
 {
-    std::multiset<std::string> available;  // valgrind mistakes comparing wide strings for a fault
+    std::multiset<std::wstring> available;
     for (const std::string& id : {std::string("a"), std::string("b"), ODD}) {
         Conformance::putWidget("t." + id, id, id != "b");
-        const std::wstring tizenAppId = FromUTF8String(*available.insert("t." + id));
+        const std::wstring tizenAppId = *available.insert(FromUTF8String("t." + id));
         EXPECT_EQ(tizenAppId, KxWidgetDAO::getTizenAppIdFromKxAppId(FromUTF8String(id)));
         EXPECT_TRUE(KxWidgetDAO::isWidgetInstalled(tizenAppId));
         const KxWidgetDAO widget(KxWidgetDAO::getHandleFromTizenAppId(tizenAppId));
@@ -60,9 +60,9 @@ TEST_F(Database, AnswersAndChanges)
     EXPECT_EQ(Conformance::State(), Conformance::readWidget("t.c")) << "nobody changed it";
     for (const char* attached : {"twice", "anew"}) {
         KxDatabase::attachToThreadRW();
-        std::multiset<std::string> found;
+        std::multiset<std::wstring> found;
         for (const auto& widget : KxWidgetDAOReadOnly::getAvailableWidgets()) {
-            found.insert(ToUTF8String(widget->getTizenAppId()));
+            found.insert(widget->getTizenAppId());
         }
         EXPECT_EQ(available, found) << "attached " << attached;
         KxDatabase::detachFromThread();
