@@ -4,7 +4,7 @@
 -- The setting leaves the write-ahead log in place when the database is closed. Every connection that may be the last one
 -- needs it: who may only read the database cannot open it without its log.
 
--- A change writes whole pages to the log, and each is small: small pages make a run write a fraction.
+-- A change writes whole pages to the log, so small pages make a run write less.
 PRAGMA page_size = 512;
 PRAGMA journal_mode = WAL;
 

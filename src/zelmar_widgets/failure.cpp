@@ -22,7 +22,7 @@ std::string adviceFor(int error)
         case EROFS:
             return "; make it writable, then call again";
         default:
-            return "; mend that, then call again";
+            return "; remove the cause, then call again";
     }
 }
 

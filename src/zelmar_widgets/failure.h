@@ -6,7 +6,7 @@
 
 namespace ZelmarWidgets {
 
-enum ExitStatus { ALL_WELL = 0, SOME_WIDGET_IS_NOT = 1, BAD_COMMAND_LINE = 2, COULD_NOT_WORK = 3 };
+enum ExitStatus { ALL_WELL = 0, SOME_WIDGET_WRONG = 1, BAD_COMMAND_LINE = 2, COULD_NOT_WORK = 3 };
 
 /** Ends the program with `status`. The message says what failed on what, and what to do. */
 class Failure : public std::runtime_error {

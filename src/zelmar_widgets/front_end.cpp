@@ -19,14 +19,14 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// A run names no more widgets than this, and so takes no more back if it fails, and shows progress; nor more bytes than
-// any system takes as arguments.
+// Limits of one run: widgets, so that little is rolled back if it fails and progress can be shown; bytes, which every
+// system accepts as arguments.
 constexpr std::size_t WIDGETS_A_RUN = 1000;
 constexpr std::size_t BYTES_A_RUN = 100'000;
 
 constexpr int CANNOT_EXECUTE = 127;
 
-/** Takes what a program prints, however much, without anyone reading along. */
+/** Holds what a program prints in memory; unlike a pipe, it never fills up and blocks the program. */
 class Output {
 public:
     explicit Output(const char* name) : m_file(memfd_create(name, MFD_CLOEXEC))
@@ -88,16 +88,16 @@ std::string run(const Words& words)
     arguments.push_back(nullptr);
 
     const Output result("result");
-    const Output complaints("complaints");
+    const Output errors("errors");
     const pid_t process = fork();
     if (process < 0) {
         throw systemFailure(errno, tool);
     }
     if (process == 0) {
-        // With its caller goes the lock that keeps others from the same widgets.
+        // Ends with its caller: the lock against other instances is gone then.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(result.file(), STDOUT_FILENO);
-        dup2(complaints.file(), STDERR_FILENO);
+        dup2(errors.file(), STDERR_FILENO);
         execv(tool.c_str(), arguments.data());
         std::cerr << std::strerror(errno);
         _exit(CANNOT_EXECUTE);
@@ -110,17 +110,17 @@ std::string run(const Words& words)
                                           "; run 'zelmar-widgets heal'");
     }
     if (WEXITSTATUS(status) == CANNOT_EXECUTE) {
-        throw Failure(COULD_NOT_WORK, "cannot run " + tool + ": " + complaints.text() + "; install it there");
+        throw Failure(COULD_NOT_WORK, "cannot run " + tool + ": " + errors.text() + "; install it there");
     }
     if (WEXITSTATUS(status) != 0) {
         throw Failure(COULD_NOT_WORK,
-                      tool + ": " + complaints.text() + "; see 'journalctl -t ZELMAR_INSTALLER', then call again");
+                      tool + ": " + errors.text() + "; see 'journalctl -t ZELMAR_INSTALLER', then call again");
     }
     return result.text();
 }
 
 /** Reads the result line along the identifiers that were asked for, since these may hold its commas and colons. */
-std::vector<Verdict> readVerdicts(const std::string& line, const Words& identifiers)
+std::vector<ToolResult> readResultLine(const std::string& line, const Words& identifiers)
 {
     std::size_t at = 0;
     const auto skip = [&](const std::string& text) {
@@ -128,21 +128,21 @@ std::vector<Verdict> readVerdicts(const std::string& line, const Words& identifi
         at += there ? text.size() : 0;
         return there;
     };
-    std::vector<Verdict> verdicts;
+    std::vector<ToolResult> results;
     for (const std::string& identifier : identifiers) {
         if (skip(identifier + ",SUCCESS:")) {
-            verdicts.push_back({identifier, ""});
+            results.push_back({identifier, ""});
         } else if (skip(identifier + ",FAIL,")) {
             const std::size_t end = line.find(':', at);
-            verdicts.push_back({identifier, line.substr(at, end - at)});
-            skip(verdicts.back().code + ":");
+            results.push_back({identifier, line.substr(at, end - at)});
+            skip(results.back().code + ":");
         }
     }
-    if (at != line.size() || verdicts.size() != identifiers.size()) {
+    if (at != line.size() || results.size() != identifiers.size()) {
         throw Failure(COULD_NOT_WORK, "the result line of zelmar-frontend is not understood: " + line +
                                           "; install both programs from one release");
     }
-    return verdicts;
+    return results;
 }
 
 /** On a terminal, for what takes more than one run. */
@@ -155,9 +155,9 @@ void showProgress(std::size_t done, std::size_t all)
 }
 
 /** Runs the tool with `words` and then the identifiers. */
-std::vector<Verdict> runFor(const Words& words, const Words& identifiers)
+std::vector<ToolResult> runFor(const Words& words, const Words& identifiers)
 {
-    std::vector<Verdict> verdicts;
+    std::vector<ToolResult> results;
     for (auto next = identifiers.begin(); next != identifiers.end();) {
         Words batch;
         for (std::size_t bytes = 0; next != identifiers.end() && batch.size() < WIDGETS_A_RUN; ++next) {
@@ -170,22 +170,22 @@ std::vector<Verdict> runFor(const Words& words, const Words& identifiers)
         Words all = words;
         all.emplace_back("--");
         all.insert(all.end(), batch.begin(), batch.end());
-        for (const Verdict& verdict : readVerdicts(run(all), batch)) {
-            verdicts.push_back(verdict);
+        for (const ToolResult& result : readResultLine(run(all), batch)) {
+            results.push_back(result);
         }
-        showProgress(verdicts.size(), identifiers.size());
+        showProgress(results.size(), identifiers.size());
     }
-    return verdicts;
+    return results;
 }
 
 }  // namespace
 
-std::vector<Verdict> makeAvailable(const std::string& stick, const Words& identifiers)
+std::vector<ToolResult> makeAvailable(const std::string& stick, const Words& identifiers)
 {
     return runFor({"--make-available", "--path", quoted(stick)}, identifiers);
 }
 
-std::vector<Verdict> makeUnavailable(const Words& identifiers)
+std::vector<ToolResult> makeUnavailable(const Words& identifiers)
 {
     return runFor({"--make-unavailable"}, identifiers);
 }

@@ -6,16 +6,16 @@
 namespace ZelmarWidgets {
 
 /** How a widget fared in a run of the tool. */
-struct Verdict {
+struct ToolResult {
     std::string identifier;
     std::string code;  // the tool's error code; empty: success
 };
 
 /**
- * Run the zelmar-frontend that lies beside this program, as often as it takes to name all the widgets; a verdict for
+ * Run the zelmar-frontend that lies beside this program, as often as it takes to name all the widgets; a result for
  * each, in order. Throw Failure if a run failed as a whole.
  */
-std::vector<Verdict> makeAvailable(const std::string& stick, const std::vector<std::string>& identifiers);
-std::vector<Verdict> makeUnavailable(const std::vector<std::string>& identifiers);
+std::vector<ToolResult> makeAvailable(const std::string& stick, const std::vector<std::string>& identifiers);
+std::vector<ToolResult> makeUnavailable(const std::vector<std::string>& identifiers);
 
 }  // namespace ZelmarWidgets

@@ -67,14 +67,14 @@ void remove(const std::string& identifier)
     }
     for (const auto& [widget, code] : makeUnavailable({identifier})) {
         if (!code.empty() && code != ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
-            throw Failure(SOME_WIDGET_IS_NOT, widget + " is not removed: " + causeOf(code, widget));
+            throw Failure(SOME_WIDGET_WRONG, widget + " is not removed: " + causeOf(code, widget));
         }
     }
     ZelmarDB::unregisterWidget(identifier);
     const std::string directory = imageDirectory(identifier);
     if (rmdir(directory.c_str()) != 0 && errno != ENOENT) {
-        throw Failure(SOME_WIDGET_IS_NOT, identifier + " is removed, but " + directory +
-                                              " holds other things; remove them if nobody needs them");
+        throw Failure(SOME_WIDGET_WRONG, identifier + " is removed, but " + directory +
+                                             " holds other things; remove them if nobody needs them");
     }
 }
 

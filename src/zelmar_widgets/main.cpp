@@ -58,7 +58,7 @@ ExitStatus showStatus(const Request& request)
     }
     return std::all_of(widgets.begin(), widgets.end(), [](const Widget& widget) { return widget.wrong.empty(); })
                ? ALL_WELL
-               : SOME_WIDGET_IS_NOT;
+               : SOME_WIDGET_WRONG;
 }
 
 ExitStatus tell(const std::vector<Outcome>& outcomes, bool json)
@@ -70,11 +70,11 @@ ExitStatus tell(const std::vector<Outcome>& outcomes, bool json)
     }
     return std::all_of(outcomes.begin(), outcomes.end(), [](const Outcome& outcome) { return outcome.advice.empty(); })
                ? ALL_WELL
-               : SOME_WIDGET_IS_NOT;
+               : SOME_WIDGET_WRONG;
 }
 
-/** Whatever is opened must not take the place of a closed standard stream. */
-void holdStandardStreams()
+/** Fills closed standard descriptors, so that no file opened later takes the place of one. */
+void fillStandardDescriptors()
 {
     int file = 0;
     do {
@@ -139,7 +139,7 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     adding->add_option("--app", request.application, "Its application identifier")
         ->required()
         ->type_name("APPLICATION");
-    adding->add_flag("--on-device", request.onDevice, "Its content is on the device itself, not on USB");
+    adding->add_flag("--on-device", request.onDevice, "Its content is on the television itself, not on USB");
 
     CLI::App* const removing = app.add_subcommand("remove", "Make a widget unavailable and remove what 'add' made");
     removing->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
@@ -171,7 +171,7 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     return ALL_WELL;
 }
 
-ExitStatus complain(ExitStatus status, const std::string& message)
+ExitStatus fail(ExitStatus status, const std::string& message)
 {
     std::cerr << "zelmar-widgets: " << printable(message) << '\n';
     return status;
@@ -183,7 +183,7 @@ int main(int argc, char** argv)
 {
     // A reader that went away must show up as a failed write.
     std::signal(SIGPIPE, SIG_IGN);
-    holdStandardStreams();
+    fillStandardDescriptors();
     std::ios::sync_with_stdio(false);
     try {
         CLI::App app("Looks after the widgets on USB sticks: what is available, from where, and whether it is whole.",
@@ -193,18 +193,18 @@ int main(int argc, char** argv)
             status = run(app, argc, argv);
         } catch (const CLI::ParseError& e) {
             if (e.get_exit_code() != 0) {
-                return complain(BAD_COMMAND_LINE, e.what() + std::string("; see 'zelmar-widgets --help'"));
+                return fail(BAD_COMMAND_LINE, e.what() + std::string("; see 'zelmar-widgets --help'"));
             }
             app.exit(e);  // prints the help or the version
         }
         finishOutput();
         return status;
     } catch (const Failure& e) {
-        return complain(e.status(), e.what());
+        return fail(e.status(), e.what());
     } catch (const ZelmarDB::RegistryError& e) {
         const Failure failure = registryFailure(e);
-        return complain(failure.status(), failure.what());
+        return fail(failure.status(), failure.what());
     } catch (const std::exception& e) {
-        return complain(COULD_NOT_WORK, e.what());
+        return fail(COULD_NOT_WORK, e.what());
     }
 }

@@ -24,8 +24,8 @@ namespace ZelmarWidgets {
 
 namespace {
 
-// How often sticks may come and go meanwhile until a plug takes what is there.
-constexpr int MOST_RUNS = 10;
+// At most this many passes of one plug while mounts keep changing.
+constexpr int MAX_PASSES = 10;
 
 using ZelmarDB::RegisteredWidget;
 using ZelmarDB::registeredWidgets;
@@ -44,7 +44,7 @@ std::vector<Outcome> inOrder(const Outcomes& outcomes)
     return list;
 }
 
-/** Whether the tool, which replaces the links to files that the stick has, would leave others in place. */
+/** Whether the widget has a link that make-available would not replace, or that leads to another stick. */
 bool leadsElsewhere(const std::string& identifier, const std::string& stick)
 {
     const std::vector<Link> links = linksOf(identifier);
@@ -188,13 +188,13 @@ std::vector<Outcome> plug(const std::string& mountPoint, bool dryRun)
         }
         return inOrder(outcomes);
     }
-    // A loose contact may let go and be back before the event manager has looked, which then neither unplugs nor plugs
-    // again. Systemd looks once a second at most, and ends this process if the stick is gone by then.
+    // A loose contact may unmount and mount the stick before the event manager looks; it then calls nothing again.
+    // systemd looks at most once a second, and ends this process if the stick is gone by then.
     const MountWatch mounts;
-    for (int run = 1; run <= MOST_RUNS; ++run) {
+    for (int pass = 1; pass <= MAX_PASSES; ++pass) {
         const Identifiers held = heldBy(stick, RegistryAccess::CHANGE);
         plugAll(stick, held, outcomes);
-        const bool cameTooLate = run == 1 && held.empty() && !isMounted(stick);
+        const bool cameTooLate = pass == 1 && held.empty() && !isMounted(stick);
         if (!mounts.changed() && !cameTooLate) {
             break;
         }

@@ -8,7 +8,7 @@ namespace ZelmarWidgets {
 /** What a command made of a widget. */
 struct Outcome {
     std::string identifier;
-    std::string verdict;   // "available", "unavailable", "planned", "cleared" of links, or "failed"
+    std::string result;    // "available", "unavailable", "planned", "cleared" of links, or "failed"
     std::string advice{};  // what is wrong and what to do; empty: the widget is as it should be
     std::string code{};    // the tool's, after a failure
     std::string stick{};   // that the widget is available from

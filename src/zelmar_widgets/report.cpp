@@ -30,7 +30,7 @@ std::string word(State state)
     }
 }
 
-/** What a terminal shows as one place each: bytes that go on with a character of UTF-8 take none. */
+/** The columns that the text takes on a terminal: continuation bytes of UTF-8 take none. */
 std::size_t width(const std::string& text)
 {
     return static_cast<std::size_t>(
@@ -92,7 +92,7 @@ void printJson(const std::vector<Widget>& widgets)
 void printLines(const std::vector<Outcome>& outcomes)
 {
     for (const Outcome& outcome : outcomes) {
-        std::cout << printable(outcome.identifier) << ": " << outcome.verdict
+        std::cout << printable(outcome.identifier) << ": " << outcome.result
                   << (outcome.stick.empty() ? "" : " from " + printable(outcome.stick))
                   << (outcome.advice.empty() ? "" : ": " + printable(outcome.advice)) << '\n';
     }
@@ -106,7 +106,7 @@ void printJson(const std::vector<Outcome>& outcomes)
     ordered_json list = ordered_json::array();
     for (const Outcome& outcome : outcomes) {
         list.push_back({{"identifier", outcome.identifier},
-                        {"verdict", outcome.verdict},
+                        {"result", outcome.result},
                         {"stick", textOrNull(outcome.stick)},
                         {"code", textOrNull(outcome.code)},
                         {"advice", textOrNull(outcome.advice)}});

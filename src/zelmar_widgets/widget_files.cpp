@@ -23,7 +23,7 @@ void requirePermission(const std::string& path)
     }
 }
 
-/** The file's type, or 0 if there is none: a pulled stick, still mounted, answers with any error. */
+/** The file's type, or 0 if there is none: a pulled stick, still mounted, fails with any error. */
 mode_t typeOf(const std::string& path, int flags = 0)
 {
     struct stat status = {};

@@ -24,17 +24,17 @@ std::string stickOf(const std::string& directory, const std::string& identifier)
 /** The name of the image file and link, then those of the metadata. */
 std::vector<std::string> linkNames(const std::string& identifier);
 
-/** Those that stand. */
+/** The widget's links that exist, with target and label. */
 std::vector<Link> linksOf(const std::string& identifier);
 
 /** Links are followed. These throw Failure where permission to look is missing. */
 bool isDirectory(const std::string& path);
 bool isFile(const std::string& path);
 
-/** A folder of the widget on the stick; a link is none, wherever it leads. */
+/** Whether the stick holds the widget's folder; a link to a folder does not count. */
 bool isOnStick(const std::string& stick, const std::string& identifier);
 
-/** And with an image in it, without which the widget cannot be launched. */
+/** Whether that folder also holds the image, without which the widget cannot be launched. */
 bool hasImageOnStick(const std::string& stick, const std::string& identifier);
 
 }  // namespace ZelmarWidgets

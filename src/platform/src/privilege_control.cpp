@@ -22,7 +22,7 @@ int labelLink(int link, const char* label)
     if (!S_ISLNK(status.st_mode)) {
         return EINVAL;
     }
-    // The one way to an attribute of what is open for its path only.
+    // The only way to set an attribute through a descriptor opened with O_PATH.
     const std::string openLink = "/proc/self/fd/" + std::to_string(link);
     return setxattr(openLink.c_str(), "security.SMACK64", label, std::strlen(label), 0) == 0 ? 0 : errno;
 }

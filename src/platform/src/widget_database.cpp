@@ -18,7 +18,7 @@ constexpr char LINKS_ROOT[] = "/opt/usr/apps";
 constexpr std::chrono::seconds WAITING_BUDGET(5);
 constexpr std::chrono::milliseconds WAITING_STEP(1);
 
-// The log may take 8 MiB of the device during a run, and 2 MiB after it: when it holds this much it is folded.
+// The log may take 8 MiB of the disk during a run, and 2 MiB after it: when it holds this much it is folded.
 constexpr off_t LOG_LIMIT_DURING_RUN = 7 << 20;
 constexpr off_t LOG_LIMIT_AFTER_RUN = 2 << 20;
 constexpr off_t LOG_STEP_BETWEEN_FOLDS = 1 << 20;
@@ -78,7 +78,8 @@ WidgetDatabase::WidgetDatabase()
     sqlite3* const database = m_database.getHandle();
     sqlite3_busy_handler(database, &waitForLock, this);
     sqlite3_wal_hook(database, &noteCommit, this);
-    // The log stays when the database is closed: who may only read needs it, and no run pays for folding it in.
+    // The log stays when the database is closed: a reader without write permission needs it, and no run pays for a
+    // fold.
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 
     requireWidgetDatabase(m_database);
@@ -87,10 +88,10 @@ WidgetDatabase::WidgetDatabase()
     }
     // A commit only writes to the log; tendLog and bringToDisk see to the disk.
     m_database.exec("PRAGMA synchronous = OFF");
-    // Each row is visited once, in passing; SQLite would keep 2 MB of them.
+    // Each row is visited once, so a cache of 256 KiB is enough; SQLite's default is 2 MB.
     m_database.exec("PRAGMA cache_size = -256");
     m_pageBytes = LOG_PAGE_HEADER_BYTES + readInt("PRAGMA page_size");
-    // Not by the database's own file: closing that would give back SQLite's locks on it.
+    // The log, not the database: closing a descriptor of the database would drop SQLite's locks on it.
     m_log.emplace(sqlite3_filename_wal(sqlite3_db_filename(database, "main")));
 }
 
@@ -127,7 +128,7 @@ void WidgetDatabase::sync(const SyncHandle& handle)
 
 int WidgetDatabase::syncAll()
 {
-    // Links first, so that no row comes to the disk here that counts on a link that does not.
+    // Links first: no row may reach the disk here before the links that it relies on.
     if (m_links.isOpen() && m_links.status().st_dev != m_log->status().st_dev) {
         sync(m_links);
     }
@@ -141,7 +142,7 @@ int WidgetDatabase::foldLog()
     if (const int error = syncAll()) {
         return error;
     }
-    // It copies what other processes let go of, without waiting for them. If it fails, the log stays as it is.
+    // Copies what no other process still reads, without waiting. If that fails, the log stays as it is.
     const auto budget = std::exchange(m_waitingBudget, m_waitingBudget.zero());
     m_database.tryExec("PRAGMA synchronous = NORMAL");
     sqlite3_wal_checkpoint_v2(m_database.getHandle(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
@@ -172,7 +173,7 @@ void WidgetDatabase::tendLog()
 
 int WidgetDatabase::bringToDisk()
 {
-    // A row that was written as it was before counts: its links may have changed all the same.
+    // Counts rows written with the values they had, too: their links may have changed.
     if (m_database.getTotalChanges() == 0) {
         return 0;
     }

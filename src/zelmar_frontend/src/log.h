@@ -9,7 +9,7 @@ namespace ZelmarFrontend {
 /** Priorities of the platform log, as __dlog_print takes them. */
 enum LogPriority { PRIORITY_DEBUG = 3, PRIORITY_ERROR = 6 };
 
-/** A source file's name without folder and extension. One that does not fit is an error of the compiler's. */
+/** A source file's name without folder and extension. A name that does not fit does not compile. */
 constexpr std::array<char, 64> unitName(std::string_view file)
 {
     file.remove_prefix(file.rfind('/') + 1);
@@ -30,7 +30,7 @@ constexpr std::array<char, 64> UNIT_NAME = unitName(__BASE_FILE__);
  *
  * Log parsers in the field match whole lines, so their oddities stay: failures at debug priority, misspelt words, the
  * function name "operator()", formats that do not fit their arguments, and the fixed numbers of the lines that are
- * logged with an ..._AT macro. A comment "odd" marks each other one where it stands.
+ * logged with an ..._AT macro. Every other oddity has a comment "odd" at its line.
  */
 #define ZELMAR_LOG(priority, number, format, ...)                                      \
     __dlog_print(ZelmarFrontend::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, \

@@ -24,7 +24,7 @@ using namespace ZelmarFrontend;
 
 namespace {
 
-/** Takes the standard descriptors that the caller closed, so that no message lands in a file or socket opened later. */
+/** Fills closed standard descriptors, so that no message lands in a file or socket opened later. */
 void fillStandardDescriptors()
 {
     int descriptor;
@@ -39,7 +39,8 @@ void fillStandardDescriptors()
 int main(int argc, char** argv)
 {
     fillStandardDescriptors();
-    // A reader that went away, or a file that may not grow, must show up as a failed write: the action is then undone.
+    // A reader that went away, or a file that may not grow, must show up as a failed write: the action is then rolled
+    // back.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
 
@@ -50,7 +51,7 @@ int main(int argc, char** argv)
         return -1;
     }
 
-    // The order of declaration is the teardown's, reversed: the list, the chosen action, the database.
+    // Destroyed in reverse order: the list, the chosen action, the database.
     std::unique_ptr<IKxWrtFrontendAction> chosenAction;
     std::list<std::unique_ptr<IKxWrtFrontendAction>> actions;
     actions.push_back(std::make_unique<MakeWidgetsAvailableAction>());

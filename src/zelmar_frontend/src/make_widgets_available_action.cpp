@@ -21,7 +21,7 @@ namespace ZelmarFrontend {
 
 namespace {
 
-// Each link: its target on the stick, its place in the image directory.
+// Each link: its target on the stick, its path in the image directory.
 using LinksList = std::vector<std::pair<fs::path, fs::path>>;
 
 /** The widget's content directory on the stick. */
@@ -47,7 +47,7 @@ LinksList createLinksList(const std::string& pkgId, const std::string& externalP
     }
     links.emplace_back(imageTarget, imageLink);
 
-    // Odd: a function object, for its name.
+    // Odd: a lambda, so that the log names the function "operator()".
     std::for_each(std::begin(LINKED_METADATA_FILES), std::end(LINKED_METADATA_FILES), [&](const std::string& name) {
         const fs::path target = contentDir / name;
         if (fs::is_regular_file(fs::status(target, error))) {
@@ -122,7 +122,7 @@ void MakeWidgetsAvailableAction::runAction()
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
-        // Only a check; the links go through the path as it stands.
+        // Only a check: links and log use the path as it stands.
         fs::path canonicalDir = imageDir;
         if (!canonicalizePath(canonicalDir, INSTALLATION_ROOT)) {
             ZELMAR_DEBUG("Local destination path is not valid");

@@ -9,7 +9,7 @@
 
 namespace ZelmarFrontend {
 
-/** "make-available": links the widgets' content on a mounted device into their image directories. */
+/** "make-available": links the widgets' content on a mounted stick into their image directories. */
 class MakeWidgetsAvailableAction : public IKxWrtFrontendAction {
 public:
     std::string getActionName() const override { return m_actionName; }
@@ -24,7 +24,7 @@ public:
 
 private:
     /**
-     * Links and labels what the external storage holds of the widget. Throws KxWrtFrontendActionException, with an
+     * Links and labels the widget's files that are on the stick. Throws KxWrtFrontendActionException, with an
      * empty message, at the first link that fails; the removal of those made so far is registered.
      */
     void createSymlinks(const std::string& pkgId);

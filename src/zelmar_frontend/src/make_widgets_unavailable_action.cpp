@@ -34,7 +34,7 @@ void MakeWidgetsUnavailableAction::runAction()
 {
     ZELMAR_DEBUG("Running action: %s", m_actionName.c_str());
 
-    // The path first, the state last; nothing is taken back when a later step fails, since the storage is gone.
+    // The path first, the state last. Nothing is undone when a later step fails: the stick may be gone.
     for (ProcessedWidget& widget : m_widgets) {
         const std::string pkgId = widget.getPkgId();
 
@@ -54,7 +54,7 @@ void MakeWidgetsUnavailableAction::runAction()
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
-        // Only a check: the result is dropped, and a failure would empty the path that the log still needs.
+        // Only a check: links and log use the path as it stands.
         fs::path canonicalDir = imageDir;
         if (!canonicalizePath(canonicalDir, INSTALLATION_ROOT)) {
             // Odd: misspelt, and the path is not printed.

@@ -8,7 +8,7 @@
 
 namespace ZelmarFrontend {
 
-/** "make-unavailable": takes back what made the widgets available. Works without the external storage. */
+/** "make-unavailable": clears the storage path, removes the links, and sets the state. Needs no stick. */
 class MakeWidgetsUnavailableAction : public IKxWrtFrontendAction {
 public:
     std::string getActionName() const override { return m_actionName; }

@@ -8,8 +8,8 @@ namespace ZelmarFrontend {
 enum WidgetActionStatus { NOT_PROCESSED = 0, SUCCESS = 1, FAIL = 2 };
 
 /**
- * One widget of a run: its identifiers, the action's verdict, and the database operations on it. These need the thread
- * attached to the widget database; a database failure makes them return false, with the reason in the log.
+ * One widget of a run: its identifiers, the action's result for it, and the database operations on it. These need the
+ * thread attached to the widget database; a database failure makes them return false, with the reason in the log.
  */
 class ProcessedWidget {
 public:
@@ -30,7 +30,7 @@ public:
     /** An empty `path` clears: the database then holds an empty path, not none. */
     bool setExternalStoragePath(const std::string& path);
 
-    /** Lets DatabaseError pass: no verdict on a widget without knowing that it is there. */
+    /** Lets DatabaseError pass: without knowing whether the widget is there, no error code would be true. */
     bool isWidgetInstalled() const;
     bool isInstalledOnUSB() const;
 
@@ -42,13 +42,13 @@ private:
     std::wstring m_tizenAppId;
 };
 
-/** One record per identifier, in order, none with a verdict yet. */
+/** One record per identifier, in order, none with a result yet. */
 void appendWidgets(std::vector<ProcessedWidget>& widgets, const std::vector<std::string>& pkgIds);
 
-/** Gives the verdict FAIL for the reason `strErrCode`, one of the shared error codes. */
+/** Marks the widget as failed for the reason `strErrCode`, one of the shared error codes. */
 void failWidget(ProcessedWidget& widget, const std::string& strErrCode);
 
-/** "a,SUCCESS:b,FAIL,<code>:" in the order of the records; one without a verdict adds nothing. */
+/** "a,SUCCESS:b,FAIL,<code>:" in the order of the records; one without a result adds nothing. */
 std::string makeActionResult(const std::vector<ProcessedWidget>& widgets);
 
 }  // namespace ZelmarFrontend

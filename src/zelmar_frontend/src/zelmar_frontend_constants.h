@@ -1,5 +1,7 @@
 #pragma once
 
+// Every source file of the tool includes this header.
+
 #include <string>
 
 namespace ZelmarFrontend {

@@ -20,13 +20,13 @@ namespace ZelmarFrontend {
 
 namespace {
 
-// The option library fills words into its message in place of %these%, each for as long as it finds its place there: a
-// word that brings its own place along would keep it at that forever.
+// The option library replaces each %name% in its message by a word, again and again until none is left. A word that
+// contains its own %name% would keep it at that forever.
 class LibraryMessage : public po::error_with_option_name {
 public:
     explicit LibraryMessage(const po::error_with_option_name& thrown) : po::error_with_option_name(thrown) {}
 
-    /** The name of the word that never ends, found by filling in as the library does, in its order; empty if none. */
+    /** The name of such a word, found by replacing in the library's order; empty if there is none. */
     std::string getEndlessWord() const
     {
         std::map<std::string, std::string> words = m_substitutions;
@@ -44,12 +44,12 @@ public:
     }
 };
 
-// Takes the plain words at the head of `words` at once: the library, for each, moves all that are left.
+// Takes all plain words at the head of `words` at once: the library takes one and moves the rest, each time.
 std::vector<po::option> takePlainWords(std::vector<std::string>& words)
 {
     std::vector<po::option> taken;
     if (words.size() == 1) {
-        return taken;  // the library asks, too, whether the word behind an option looks like one itself
+        return taken;  // the library also calls this to ask whether the word after an option is an option
     }
     const auto end = std::find_if(words.begin(), words.end(),
                                   [](const std::string& word) { return word.size() > 1 && word[0] == '-'; });
@@ -114,7 +114,7 @@ KxWrtFrontendParameterParser::KxWrtFrontendParameterParser(
         std::cerr << "Usage: zelmar-frontend [allowed options] [--path path] [pkgId (...)]" << std::endl;
     }
 
-    // Odd: a function object, for its name in the log.
+    // Odd: a lambda, so that the log names the function "operator()".
     std::for_each(actions.begin(), actions.end(), [this](const auto& action) {
         const std::string name = action->getActionName();
         if (m_parametersMap.count(name) == 0) {

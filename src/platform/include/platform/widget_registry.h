@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-// The widget database as a whole, for who administers it. Optional: the tool does without, `zelmar-widgets` does not.
+// The widget database as a whole, for programs that administer it. Optional: the tool does without, `zelmar-widgets`
+// does not.
 namespace ZelmarDB {
 
 /** Says for people what failed on what. `error` is the system's number for it, or 0 if it has none. */
