@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Times the tool and its rivals by turns on the /opt that it finds, and adds the rows to a CSV file."""
 
 import argparse

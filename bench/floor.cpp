@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The least program that does the tool's job: the same links, labels, rows, durability and number of log lines, with
 // nothing asked, checked, undone or reported that the job can be done without. Takes the tool's words, in this order:
 //   floor --make-available --path STICK [--] ID...

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // measure COMMAND [ARGUMENT...]: runs the command while /dev/log is read as a system's logger would, then adds one
 // line to the standard output: its seconds, its peak memory in KiB and how many lines it logged.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Draws `results`, a table of tools/bench, into the SVG file `plot`: the time to make widgets available.
 set terminal svg size 820,480 font "sans-serif,13" background rgb "white"
 set output plot

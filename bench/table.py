@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Prints a table of tools/bench, and how the tool does by the figures that it is to keep to, on tmpfs."""
 
 import csv

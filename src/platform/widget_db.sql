@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 -- The widget database; `zelmar-widgets init` creates it. By hand, unless there is one:
 --     [ -e /opt/usr/zelmar/widgets.db ] ||
 --         sqlite3 -bail -cmd '.dbconfig no_ckpt_on_close on' /opt/usr/zelmar/widgets.db < widget_db.sql > /dev/null

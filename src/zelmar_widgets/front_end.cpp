@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "front_end.h"
 
 #include <sys/mman.h>

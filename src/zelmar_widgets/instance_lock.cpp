@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "instance_lock.h"
 
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "mounted_sticks.h"
 
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <platform/dlog.h>
 #include <sys/socket.h>
 #include <sys/time.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <platform/dpl.h>
 #include <boost/locale/encoding_utf.hpp>
 #include <stdexcept>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /**
  * Stands in for dlopen in a static program, which could not load SQLite's extensions anyway; nothing here asks for one.
  * The linker would warn of each reference to the C library's own.

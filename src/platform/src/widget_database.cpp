@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "widget_database.h"
 
 #include <fcntl.h>

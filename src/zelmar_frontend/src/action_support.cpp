@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "action_support.h"
 
 #include "zelmar_frontend_constants.h"

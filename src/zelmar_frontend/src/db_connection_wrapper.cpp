@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "db_connection_wrapper.h"
 
 #include <platform/dpl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "make_all_widgets_unavailable_action.h"
 
 #include <platform/dpl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "make_widgets_unavailable_action.h"
 
 #include <boost/filesystem/operations.hpp>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "processed_widget.h"
 
 #include <platform/dpl.h>

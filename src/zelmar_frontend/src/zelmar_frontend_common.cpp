@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "zelmar_frontend_common.h"
 
 #include <platform/dpl.h>
