@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A television in the private /opt: widgets, a stick, the widget database and the system log, all real."""
 
 import os
@@ -37,6 +38,7 @@ class SystemLog:
         Path("/dev/log").unlink(missing_ok=True)
         self.socket.bind("/dev/log")
         self.lines = SimpleQueue()
+        self.received = []
         self.watch = None  # called with each line as it comes, if set
         self.stalled = threading.Lock()  # whoever holds it keeps the lines from being read
         threading.Thread(target=self.read, daemon=True).start()
@@ -56,8 +58,9 @@ class SystemLog:
         """The lines since the last call, as "<priority> message"."""
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
             sender.sendto(b"end", "/dev/log")  # when it has come, so have all before it
-        return [re.sub(r"<(\d+)>ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
-                for line in iter(self.lines.get, "end")]
+        self.received = [re.sub(r"<(\d+)>ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
+                         for line in iter(self.lines.get, "end")]
+        return self.received
 
 
 class Device:
@@ -71,6 +74,13 @@ class Device:
             shutil.rmtree(folder, ignore_errors=True)
             folder.mkdir(parents=True)
         subprocess.run(["sqlite3", DATABASE], input=SCHEMA.read_text(), text=True, check=True, capture_output=True)
+
+    def __str__(self):
+        rows = subprocess.run(["sqlite3", "-readonly", DATABASE, "SELECT * FROM widget LIMIT 20"], capture_output=True)
+        files = [f"{path} -> {os.readlink(path)} [{label(path)}]" if path.is_symlink() else f"{path}"
+                 for path in [*APPS.rglob("*"), *STICK.rglob("*")][:100]]
+        parts = {"Rows": [(rows.stdout + rows.stderr).decode()], "Files": files, "Last log": self.log.received[-30:]}
+        return "".join(f"{part}:\n  " + "\n  ".join(lines) + "\n" for part, lines in parts.items())
 
     def sql(self, statement, *values):
         with closing(sqlite3.connect(DATABASE, isolation_level=None)) as database:
@@ -129,10 +139,18 @@ class Device:
 
 
 class TelevisionTest(unittest.TestCase):
-    """Each test has a television of its own. The words of the command line call the tool."""
+    """Each test has a television of its own and shows it if it fails. The words of the command line call the tool."""
+
+    device = "No device."
 
     def setUp(self):
         self.device = Device(sys.argv[1:])
+
+    def run(self, result=None):
+        before = len(result.failures + result.errors)
+        super().run(result)
+        if len(result.failures + result.errors) > before:
+            print(f"\n{self.id()} failed on this device:\n{self.device}", file=sys.stderr)
 
     @staticmethod
     def main():

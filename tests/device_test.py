@@ -1,9 +1,11 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tool itself on a device: real database, links, labels and log."""
 
 import os
 import resource
 import shutil
 import socket
+import sqlite3
 import subprocess
 import sys
 import time
@@ -114,6 +116,9 @@ class DeviceTest(TelevisionTest):
         told = [line.partition(" > ")[2] for line in run.log if "make_all" in line]
         odd = "Database error: Read a widget's TizenAppId: Not well-formed UTF-8: \\xc3("
         self.assertEqual(["Dao handle: t.a", odd, "Dao handle: t.unnamed", "Action's clean is not required."], told)
+        for refused in ("a/b", "a\0b", "a"):  # the last of two widgets
+            with self.assertRaises(sqlite3.IntegrityError):
+                device.sql("UPDATE widget SET kx_app_id = ?", refused)
 
     @natively
     def test_a_run_is_on_the_disk_when_it_ends(self):
@@ -144,6 +149,13 @@ class DeviceTest(TelevisionTest):
                 run = device.run(*first, under=["strace", "-qqo/opt/trace", f"-einject={failure}"])
             self.assertEqual((0, "w0,SUCCESS:\n", ""), run[:3])
             self.assertTrue(run.log[-1].endswith(f"caught: Sync the links and {DATABASE}: Input/output error"), run.log)
+        # Whoever may only read the database can.
+        device.run(*first)
+        for path in (*DATABASE.parent.iterdir(), DATABASE.parent):
+            path.chmod(0o555)
+        query = "SELECT kx_app_id FROM widget WHERE available"
+        reader = ["setpriv", "--bounding-set=-all", "sqlite3", "-readonly", DATABASE, query]
+        self.assertEqual(b"w0\n", subprocess.run(reader, stdout=subprocess.PIPE).stdout)
 
     @natively
     def test_a_link_that_is_not_there_and_one_that_is_swapped(self):

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tool in trouble: a database that fails it, another instance beside it."""
 
 import random
@@ -11,8 +12,9 @@ from device import DATABASE, STICK, TelevisionTest, held_by_another, mounted
 
 TOOL = sys.argv[1:]
 BOTH, NONE = "a,SUCCESS:b,SUCCESS:\n", "a,FAIL,Unknown_Error:b,FAIL,Unknown_Error:\n"
-UNATTACHED = "Cannot attach DBConnection to current thread\n"
+ONLY_B, UNATTACHED = "a,FAIL,Unknown_Error:b,SUCCESS:\n", "Cannot attach DBConnection to current thread\n"
 EXCLUSIVE = "PRAGMA locking_mode = EXCLUSIVE; BEGIN; UPDATE widget SET handle = handle; COMMIT"
+REFUSAL = "CREATE TRIGGER t BEFORE UPDATE OF %s ON widget WHEN OLD.kx_app_id = 'a' BEGIN SELECT RAISE(ABORT, 'no'); END"
 
 
 class FaultTest(TelevisionTest):
@@ -36,6 +38,7 @@ class FaultTest(TelevisionTest):
         self.assertEqual([("ok",)], self.device.sql("PRAGMA integrity_check"))
         for widget, (row, _) in self.device.state().items() if run else ():
             self.assertEqual(f"{widget},SUCCESS" in run.out, row.available, run)
+        self.device.sql("DROP TRIGGER IF EXISTS t")
         self.assertEqual(BOTH, self.run_in().out)
         self.device.unavailable("a", "b")
 
@@ -45,7 +48,9 @@ class FaultTest(TelevisionTest):
                 (held_by_another("BEGIN IMMEDIATE", 99), NONE, "", 5),
                 (held_by_another(EXCLUSIVE, 1), BOTH, "", 1),
                 (held_by_another(EXCLUSIVE, 99), "", UNATTACHED, 5),
-                (mounted(DATABASE.parent, "--bind", "-o", "ro", DATABASE.parent), "", UNATTACHED, 0)):
+                (mounted(DATABASE.parent, "--bind", "-o", "ro", DATABASE.parent), "", UNATTACHED, 0),
+                (held_by_another(REFUSAL % "external_storage_path", 0), ONLY_B, "", 0),
+                (held_by_another(REFUSAL % "available", 0), ONLY_B, "", 0)):
             with self.subTest(out=out, err=err, seconds=seconds):
                 run = self.run_in(trouble, seconds)
                 self.assertEqual((out, err), run[1:3])
