@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Holds a platform folder against the contract in the headers of src/platform/include/platform.
 
 #include "conformance.h"

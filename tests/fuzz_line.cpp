@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any command line, a word in each line of the input: the tool must end by itself, with a result or with a reason.
 
 #include <boost/algorithm/string.hpp>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The power is cut, after a run and in the middle of one: what the disk holds at that instant is mounted again."""
 
 import ctypes

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The companion on a device: what it shows, does and refuses. The words of the command line call it."""
 
 import fcntl
