@@ -2,9 +2,12 @@
 
 #include "failure.h"
 
+#include <zelmar_frontend_constants.h>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+
+#include "widget_files.h"
 
 namespace ZelmarWidgets {
 
@@ -57,6 +60,29 @@ Failure registryFailure(const ZelmarDB::RegistryError& error)
 Failure unknownWidget(const std::string& identifier)
 {
     return {BAD_COMMAND_LINE, "the database knows no widget '" + identifier + "'; 'zelmar-widgets status' lists them"};
+}
+
+std::string causeOf(const std::string& code, const std::string& identifier)
+{
+    const std::string directory = imageDirectory(identifier);
+    if (code.empty()) {
+        return "";
+    }
+    if (code == ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
+        return "its image directory " + directory + " is missing; run 'zelmar-widgets heal'";
+    }
+    if (code == ZelmarFrontend::ERROR_SYMLINKS_CREATE) {
+        return "a link in " + directory +
+               " could not be made or labelled; clear its place, or see 'journalctl -t ZELMAR_INSTALLER'; then call "
+               "again";
+    }
+    if (code == ZelmarFrontend::ERROR_UNKNOWN) {
+        return "the database took no change: another process has held it too long, or the disk is full; call again";
+    }
+    if (code == ZelmarFrontend::ERROR_WIDGET_IS_NOT_INSTALLED) {
+        return "it has been removed from the database meanwhile; add it again";
+    }
+    return "the database could not be asked; see 'journalctl -t ZELMAR_INSTALLER', then call again";
 }
 
 }  // namespace ZelmarWidgets

@@ -91,13 +91,17 @@ std::string run(const Words& words)
 
     const Output result("result");
     const Output errors("errors");
+    const pid_t caller = getpid();
     const pid_t process = fork();
     if (process < 0) {
         throw systemFailure(errno, tool);
     }
     if (process == 0) {
-        // Ends with its caller: the lock against other instances is gone then.
+        // Ends with its caller, even one that ended just now: the lock against other instances is gone then.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != caller) {
+            _exit(CANNOT_EXECUTE);
+        }
         dup2(result.file(), STDOUT_FILENO);
         dup2(errors.file(), STDERR_FILENO);
         execv(tool.c_str(), arguments.data());

@@ -63,14 +63,14 @@ ExitStatus showStatus(const Request& request)
                : SOME_WIDGET_WRONG;
 }
 
-ExitStatus tell(const std::vector<Outcome>& outcomes, bool json)
+ExitStatus tell(const std::vector<ReportLine>& lines, bool json)
 {
     if (json) {
-        printJson(outcomes);
+        printJson(lines);
     } else {
-        printLines(outcomes);
+        printLines(lines);
     }
-    return std::all_of(outcomes.begin(), outcomes.end(), [](const Outcome& outcome) { return outcome.advice.empty(); })
+    return std::all_of(lines.begin(), lines.end(), [](const ReportLine& line) { return line.advice.empty(); })
                ? ALL_WELL
                : SOME_WIDGET_WRONG;
 }

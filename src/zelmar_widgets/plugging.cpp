@@ -34,14 +34,14 @@ using ZelmarDB::registeredWidgets;
 using ZelmarDB::RegistryAccess;
 using Identifiers = std::vector<std::string>;
 
-/** The outcomes of a command, by identifier; the last one for a widget counts. */
-using Outcomes = std::map<std::string, Outcome>;
+/** By identifier; the last line for a widget counts. */
+using Report = std::map<std::string, ReportLine>;
 
-std::vector<Outcome> inOrder(const Outcomes& outcomes)
+std::vector<ReportLine> inOrder(const Report& report)
 {
-    std::vector<Outcome> list;
-    for (const auto& [identifier, outcome] : outcomes) {
-        list.push_back(outcome);
+    std::vector<ReportLine> list;
+    for (const auto& [identifier, line] : report) {
+        list.push_back(line);
     }
     return list;
 }
@@ -56,14 +56,14 @@ bool leadsElsewhere(const std::string& identifier, const std::string& stick)
     });
 }
 
-void unplugAll(const Identifiers& identifiers, Outcomes& outcomes)
+void unplugAll(const Identifiers& identifiers, Report& report)
 {
     for (const auto& [identifier, code] : makeUnavailable(identifiers)) {
-        outcomes[identifier] = {identifier, code.empty() ? "unavailable" : "failed", causeOf(code, identifier), code};
+        report[identifier] = {identifier, code.empty() ? "unavailable" : "failed", causeOf(code, identifier), code};
     }
 }
 
-void plugAll(const std::string& stick, const Identifiers& identifiers, Outcomes& outcomes)
+void plugAll(const std::string& stick, const Identifiers& identifiers, Report& report)
 {
     // What another stick left goes first: no widget has its image from one stick and its metadata from another.
     Identifiers mixed;
@@ -74,13 +74,13 @@ void plugAll(const std::string& stick, const Identifiers& identifiers, Outcomes&
     Identifiers failed;
     for (const auto& [identifier, code] : makeAvailable(stick, identifiers)) {
         if (!code.empty()) {
-            outcomes[identifier] = {identifier, "failed", causeOf(code, identifier), code};
+            report[identifier] = {identifier, "failed", causeOf(code, identifier), code};
             failed.push_back(identifier);
             continue;
         }
-        outcomes[identifier] = {identifier, "available", "", "", stick};
+        report[identifier] = {identifier, "available", "", "", stick};
         if (!hasImageOnStick(stick, identifier)) {
-            outcomes[identifier].advice =
+            report[identifier].advice =
                 contentDirectory(stick, identifier) + " holds no image; copy it there, then plug again";
         }
     }
@@ -136,8 +136,8 @@ std::string stickWithImage(const std::vector<std::string>& sticks, const std::st
     return stick == sticks.end() ? "" : *stick;
 }
 
-/** Mends without the tool what it knows nothing of: the links of widgets that are not, or not on USB. */
-Outcome clearLinks(const Widget& widget)
+/** Heals without the tool what it knows nothing of: the links of widgets that are not, or not on USB. */
+ReportLine clearLinks(const Widget& widget)
 {
     for (const Link& link : widget.links) {
         const std::string path = imageDirectory(widget.identifier) + "/" + link.name;
@@ -150,30 +150,7 @@ Outcome clearLinks(const Widget& widget)
 
 }  // namespace
 
-std::string causeOf(const std::string& code, const std::string& identifier)
-{
-    const std::string directory = imageDirectory(identifier);
-    if (code.empty()) {
-        return "";
-    }
-    if (code == ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
-        return "its image directory " + directory + " is missing; run 'zelmar-widgets heal'";
-    }
-    if (code == ZelmarFrontend::ERROR_SYMLINKS_CREATE) {
-        return "a link in " + directory +
-               " could not be made or labelled; clear its place, or see 'journalctl -t ZELMAR_INSTALLER'; then call "
-               "again";
-    }
-    if (code == ZelmarFrontend::ERROR_UNKNOWN) {
-        return "the database took no change: another process has held it for 5 s, or the disk is full; call again";
-    }
-    if (code == ZelmarFrontend::ERROR_WIDGET_IS_NOT_INSTALLED) {
-        return "it has been removed from the database meanwhile; add it again";
-    }
-    return "the database could not be asked; see 'journalctl -t ZELMAR_INSTALLER', then call again";
-}
-
-std::vector<Outcome> plug(const std::string& mountPoint, bool dryRun)
+std::vector<ReportLine> plug(const std::string& mountPoint, bool dryRun)
 {
     std::optional<InstanceLock> lock;
     if (!dryRun) {
@@ -183,29 +160,29 @@ std::vector<Outcome> plug(const std::string& mountPoint, bool dryRun)
         throw Failure(BAD_COMMAND_LINE, "no directory: '" + mountPoint + "'; name the one where the stick is mounted");
     }
     const std::string stick = canonical(mountPoint);
-    Outcomes outcomes;
+    Report report;
     if (dryRun) {
         for (const std::string& identifier : heldBy(stick, RegistryAccess::READ)) {
-            outcomes[identifier] = {identifier, "planned"};
+            report[identifier] = {identifier, "planned"};
         }
-        return inOrder(outcomes);
+        return inOrder(report);
     }
     // A loose contact may unmount and mount the stick before the event manager looks; it then calls nothing again.
     // systemd looks at most once a second, and ends this process if the stick is gone by then.
     const MountWatch mounts;
     for (int pass = 1; pass <= MAX_PASSES; ++pass) {
         const Identifiers held = heldBy(stick, RegistryAccess::CHANGE);
-        plugAll(stick, held, outcomes);
+        plugAll(stick, held, report);
         const bool cameTooLate = pass == 1 && held.empty() && !isMounted(stick);
         if (!mounts.changed() && !cameTooLate) {
             break;
         }
         std::this_thread::sleep_for(std::chrono::seconds(1));
     }
-    return inOrder(outcomes);
+    return inOrder(report);
 }
 
-std::vector<Outcome> unplug(const std::string& mountPoint)
+std::vector<ReportLine> unplug(const std::string& mountPoint)
 {
     const InstanceLock lock;
     const std::string stick = canonical(mountPoint);
@@ -227,27 +204,27 @@ std::vector<Outcome> unplug(const std::string& mountPoint)
             toPlug[other].push_back(row.identifier);
         }
     }
-    Outcomes outcomes;
-    unplugAll(leaving, outcomes);
+    Report report;
+    unplugAll(leaving, report);
     for (const auto& [other, identifiers] : toPlug) {
-        plugAll(other, identifiers, outcomes);
+        plugAll(other, identifiers, report);
     }
-    return inOrder(outcomes);
+    return inOrder(report);
 }
 
-std::vector<Outcome> heal()
+std::vector<ReportLine> heal()
 {
     const InstanceLock lock;
     const std::vector<std::string> sticks = mountedSticks();
     Identifiers toUnplug;
     std::map<std::string, Identifiers> toPlug;
-    Outcomes outcomes;
+    Report report;
     for (const Widget& widget : lookAtWidgets(registeredWidgets(RegistryAccess::CHANGE))) {
         if (widget.wrong.empty()) {
             continue;
         }
         if (widget.state == State::UNKNOWN || widget.state == State::ON_DEVICE) {
-            outcomes[widget.identifier] = clearLinks(widget);
+            report[widget.identifier] = clearLinks(widget);
             continue;
         }
         // The image directory of a widget on USB holds nothing but links.
@@ -255,26 +232,26 @@ std::vector<Outcome> heal()
         std::error_code error;
         fs::create_directories(directory, error);
         if (!isDirectory(directory)) {
-            outcomes[widget.identifier] = {widget.identifier, "failed", systemFailure(error.value(), directory).what()};
+            report[widget.identifier] = {widget.identifier, "failed", systemFailure(error.value(), directory).what()};
             continue;
         }
         const bool fromSame = !widget.stick.empty() && hasImageOnStick(widget.stick, widget.identifier);
         const std::string stick = fromSame ? widget.stick : stickWithImage(sticks, widget.identifier);
         (stick.empty() ? toUnplug : toPlug[stick]).push_back(widget.identifier);
     }
-    unplugAll(toUnplug, outcomes);
+    unplugAll(toUnplug, report);
     for (const auto& [stick, identifiers] : toPlug) {
-        plugAll(stick, identifiers, outcomes);
+        plugAll(stick, identifiers, report);
     }
 
     for (const Widget& widget : lookAtWidgets(registeredWidgets(RegistryAccess::CHANGE))) {
-        if (!widget.wrong.empty() && outcomes[widget.identifier].advice.empty()) {
-            outcomes[widget.identifier] = {widget.identifier, "failed",
-                                           "it is still " + joined(widget.wrong) + "; see what stands in " +
-                                               imageDirectory(widget.identifier) + ", or install it again"};
+        if (!widget.wrong.empty() && report[widget.identifier].advice.empty()) {
+            report[widget.identifier] = {widget.identifier, "failed",
+                                         "it is still " + joined(widget.wrong) + "; see what stands in " +
+                                             imageDirectory(widget.identifier) + ", or install it again"};
         }
     }
-    return inOrder(outcomes);
+    return inOrder(report);
 }
 
 }  // namespace ZelmarWidgets

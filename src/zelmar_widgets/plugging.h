@@ -7,8 +7,8 @@
 
 namespace ZelmarWidgets {
 
-/** What a command made of a widget. */
-struct Outcome {
+/** What a command did with a widget. */
+struct ReportLine {
     std::string identifier;
     std::string result;    // "available", "unavailable", "planned", "cleared" of links, or "failed"
     std::string advice{};  // what is wrong and what to do; empty: the widget is as it should be
@@ -16,18 +16,15 @@ struct Outcome {
     std::string stick{};   // that the widget is available from
 };
 
-// Each throws Failure and ZelmarDB::RegistryError; outcomes are in the order of the identifiers.
+// Each throws Failure and ZelmarDB::RegistryError; the lines are in the order of the identifiers.
 
 /** Makes the database's widgets on the stick available; with `dryRun`, only tells which these are. */
-std::vector<Outcome> plug(const std::string& mountPoint, bool dryRun);
+std::vector<ReportLine> plug(const std::string& mountPoint, bool dryRun);
 
 /** Makes the widgets that lead to the stick unavailable, or available from another stick that holds them too. */
-std::vector<Outcome> unplug(const std::string& mountPoint);
+std::vector<ReportLine> unplug(const std::string& mountPoint);
 
 /** Brings into order what lookAtWidgets finds wrong. */
-std::vector<Outcome> heal();
-
-/** In plain words, what the tool's error code says of the widget, and what to do; empty for a success. */
-std::string causeOf(const std::string& code, const std::string& identifier);
+std::vector<ReportLine> heal();
 
 }  // namespace ZelmarWidgets

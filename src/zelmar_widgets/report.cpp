@@ -91,27 +91,27 @@ void printJson(const std::vector<Widget>& widgets)
     print({{"widgets", list}});
 }
 
-void printLines(const std::vector<Outcome>& outcomes)
+void printLines(const std::vector<ReportLine>& lines)
 {
-    for (const Outcome& outcome : outcomes) {
-        std::cout << printable(outcome.identifier) << ": " << outcome.result
-                  << (outcome.stick.empty() ? "" : " from " + printable(outcome.stick))
-                  << (outcome.advice.empty() ? "" : ": " + printable(outcome.advice)) << '\n';
+    for (const ReportLine& line : lines) {
+        std::cout << printable(line.identifier) << ": " << line.result
+                  << (line.stick.empty() ? "" : " from " + printable(line.stick))
+                  << (line.advice.empty() ? "" : ": " + printable(line.advice)) << '\n';
     }
-    if (outcomes.empty()) {
+    if (lines.empty()) {
         std::cout << "nothing to do\n";
     }
 }
 
-void printJson(const std::vector<Outcome>& outcomes)
+void printJson(const std::vector<ReportLine>& lines)
 {
     ordered_json list = ordered_json::array();
-    for (const Outcome& outcome : outcomes) {
-        list.push_back({{"identifier", outcome.identifier},
-                        {"result", outcome.result},
-                        {"stick", textOrNull(outcome.stick)},
-                        {"code", textOrNull(outcome.code)},
-                        {"advice", textOrNull(outcome.advice)}});
+    for (const ReportLine& line : lines) {
+        list.push_back({{"identifier", line.identifier},
+                        {"result", line.result},
+                        {"stick", textOrNull(line.stick)},
+                        {"code", textOrNull(line.code)},
+                        {"advice", textOrNull(line.advice)}});
     }
     print({{"widgets", list}});
 }

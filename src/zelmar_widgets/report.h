@@ -15,8 +15,8 @@ namespace ZelmarWidgets {
 void printTable(const std::vector<Widget>& widgets);
 void printJson(const std::vector<Widget>& widgets);
 
-void printLines(const std::vector<Outcome>& outcomes);
-void printJson(const std::vector<Outcome>& outcomes);
+void printLines(const std::vector<ReportLine>& lines);
+void printJson(const std::vector<ReportLine>& lines);
 
 /** The text with control characters written as \xHH: names from anywhere must not take over a terminal. */
 std::string printable(const std::string& text);

@@ -83,9 +83,14 @@ std::string stickOf(const std::string& directory, const std::string& identifier)
     return length == 0 ? "/" : directory.substr(0, length);
 }
 
+std::string imageName(const std::string& identifier)
+{
+    return identifier + ".img";
+}
+
 std::vector<std::string> linkNames(const std::string& identifier)
 {
-    std::vector<std::string> names{identifier + ".img"};
+    std::vector<std::string> names{imageName(identifier)};
     names.insert(names.end(), std::begin(ZelmarFrontend::LINKED_METADATA_FILES),
                  std::end(ZelmarFrontend::LINKED_METADATA_FILES));
     return names;
@@ -120,7 +125,7 @@ bool isOnStick(const std::string& stick, const std::string& identifier)
 
 bool hasImageOnStick(const std::string& stick, const std::string& identifier)
 {
-    return isOnStick(stick, identifier) && isFile(contentDirectory(stick, identifier) + "/" + identifier + ".img");
+    return isOnStick(stick, identifier) && isFile(contentDirectory(stick, identifier) + "/" + imageName(identifier));
 }
 
 }  // namespace ZelmarWidgets

@@ -23,7 +23,10 @@ std::string contentDirectory(const std::string& stick, const std::string& identi
 /** The reverse: the stick, or an empty string if `directory` is no content directory of this widget. */
 std::string stickOf(const std::string& directory, const std::string& identifier);
 
-/** The name of the image file and link, then those of the metadata. */
+/** Of the file on the stick, and of the link to it. */
+std::string imageName(const std::string& identifier);
+
+/** The image, then the metadata. */
 std::vector<std::string> linkNames(const std::string& identifier);
 
 /** The widget's links that exist, with target and label. */

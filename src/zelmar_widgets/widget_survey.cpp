@@ -49,7 +49,7 @@ std::vector<std::string> faultsOfLinks(const Widget& widget, const std::string& 
     if (!isDirectory(content)) {
         return {CONTENT_GONE};
     }
-    const bool hasImage = isFile(content + "/" + widget.identifier + ".img");
+    const bool hasImage = isFile(content + "/" + imageName(widget.identifier));
     if (!hasImage) {
         faults.push_back(NO_IMAGE);
     }

@@ -18,7 +18,7 @@ namespace ZelmarDB {
 
 namespace {
 
-constexpr int BUSY_TIMEOUT_MS = 5000;
+constexpr int PATIENCE_SECONDS = 5;
 
 RegistryError systemError(int error, const std::string& path)
 {
@@ -34,7 +34,7 @@ RegistryError databaseError(const SQLite::Exception& e)
 {
     switch (e.getErrorCode()) {
         case SQLITE_BUSY:
-            return {"another process has held the database for 5 s", EBUSY};
+            return {"another process has held the database for " + std::to_string(PATIENCE_SECONDS) + " s", EBUSY};
         case SQLITE_FULL:
             return systemError(ENOSPC, DATABASE_FILE);
         default:
@@ -59,8 +59,9 @@ SQLite::Database openDatabase(RegistryAccess access)
     if (faccessat(AT_FDCWD, DATABASE_FILE, change ? R_OK | W_OK : R_OK, AT_EACCESS) != 0) {
         throw systemError(errno, DATABASE_FILE);
     }
-    SQLite::Database database(
-        readableFile(), (change ? SQLite::OPEN_READWRITE : SQLite::OPEN_READONLY) | SQLITE_OPEN_URI, BUSY_TIMEOUT_MS);
+    SQLite::Database database(readableFile(),
+                              (change ? SQLite::OPEN_READWRITE : SQLite::OPEN_READONLY) | SQLITE_OPEN_URI,
+                              PATIENCE_SECONDS * 1000);
     // The log stays at the end: who may only read the database needs it.
     sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     requireWidgetDatabase(database);
