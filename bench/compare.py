@@ -24,11 +24,11 @@ LOG = Path(f"{DATABASE}-wal")
 TRACE = Path("/opt/trace")
 
 START_UP_RUNS = 50
-# From and up to how many widgets: beyond, what one of them takes does not change any more.
+# The smallest and largest number of widgets for each contestant. Beyond the largest, the time for a widget is the same.
 TIMED_FROM = {"no --": 1000}
 TIMED_UP_TO = {"tool": 100000, "no --": 100000, "floor": 100000, "peer": 10000, "loop": 100}
 TRACED_UP_TO = {"tool": 10000, "no --": 0, "floor": 10000, "peer": 10, "loop": 10}
-# From how many widgets on, and for whom, a tenth of them is timed beside.
+# Contestants that are timed with a tenth of the widgets, too, and from how many widgets on.
 LINEAR, LINEAR_FROM = ("tool", "no --"), 10000
 # Where instructions are counted, in a run that takes twenty times as long.
 COUNTED, COUNTED_AT = ("tool", "no --", "floor"), 1000
@@ -91,7 +91,7 @@ def reset_database():
 
 
 def actions(who, count):
-    """The words of both, the second of which takes back the first."""
+    """The arguments of both actions; the second undoes the first."""
     separator = [] if who == "no --" else ["--"]
     return {"available": ["--make-available", "--path", STICK, *separator, *names(count)],
             "all-unavailable": ["--make-all-unavailable"]}

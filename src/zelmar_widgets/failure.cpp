@@ -73,8 +73,8 @@ std::string causeOf(const std::string& code, const std::string& identifier)
     }
     if (code == ZelmarFrontend::ERROR_SYMLINKS_CREATE) {
         return "a link in " + directory +
-               " could not be made or labelled; clear its place, or see 'journalctl -t ZELMAR_INSTALLER'; then call "
-               "again";
+               " could not be made or labelled; move away what stands there, or see 'journalctl -t ZELMAR_INSTALLER'; "
+               "then call again";
     }
     if (code == ZelmarFrontend::ERROR_UNKNOWN) {
         return "the database took no change: another process has held it too long, or the disk is full; call again";

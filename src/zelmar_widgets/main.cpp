@@ -86,8 +86,8 @@ void fillStandardDescriptors()
 }
 
 /**
- * The command line as CLI11 takes it, the last word first. Where several identifiers may stand it would split "[a,b]",
- * but not if more follows: a null character, which `unshielded` takes away.
+ * The words of the command line, last one first, as CLI11 takes them. CLI11 splits an identifier such as "[a,b]" into a
+ * list unless something follows the bracket, so `status` gets a null character there; `unshielded` removes it.
  */
 std::vector<std::string> reversedWords(int argc, const char* const* argv)
 {
@@ -108,7 +108,7 @@ std::string unshielded(const std::string& word)
     return word.substr(0, word.find('\0'));
 }
 
-/** Takes the command line apart and obeys it. Throws what its parts do, and CLI::ParseError. */
+/** Parses the command line and runs its command. Throws what the command throws, and CLI::ParseError. */
 ExitStatus run(CLI::App& app, int argc, const char* const* argv)
 {
     Request request;
@@ -118,16 +118,15 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     app.set_version_flag("--version", "zelmar-widgets " ZELMAR_VERSION, "Print the version and exit");
     app.footer(
         "Exit status: 0 all is as it should be, 1 some widget is not, 2 the command line is wrong,\n"
-        "3 it could not work. 'man zelmar-widgets' tells more.");
+        "3 the command failed. See also 'man zelmar-widgets'.");
 
-    CLI::App* const status =
-        app.add_subcommand("status", "Show what is available, from where, and whether it is whole");
-    status->add_flag("--json", request.json, "For machines");
+    CLI::App* const status = app.add_subcommand("status", "Show what is available, from where, and what is wrong");
+    status->add_flag("--json", request.json, "Print JSON");
     status->add_option("IDENTIFIER", request.identifiers, "Only these widgets")->transform(unshielded);
 
     CLI::App* const plugging = app.add_subcommand("plug", "Make the widgets on a mounted stick available");
     plugging->add_flag("--dry-run", request.dryRun, "Only tell which these are");
-    plugging->add_flag("--json", request.json, "For machines");
+    plugging->add_flag("--json", request.json, "Print JSON");
     plugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is mounted")->required();
 
     CLI::App* const unplugging =
@@ -188,7 +187,7 @@ int main(int argc, char** argv)
     fillStandardDescriptors();
     std::ios::sync_with_stdio(false);
     try {
-        CLI::App app("Looks after the widgets on USB sticks: what is available, from where, and whether it is whole.",
+        CLI::App app("Looks after the widgets on USB sticks: what is available, from where, and what is wrong.",
                      "zelmar-widgets");
         ExitStatus status = ALL_WELL;
         try {

@@ -84,7 +84,7 @@ void plugAll(const std::string& stick, const Identifiers& identifiers, Report& r
                 contentDirectory(stick, identifier) + " holds no image; copy it there, then plug again";
         }
     }
-    // The tool removed the links that it made, but one that was available before would still count as that.
+    // The tool undid only its own changes: a widget that was available before is still marked so.
     makeUnavailable(failed);
 }
 
@@ -128,7 +128,7 @@ bool leadsToStick(const RegisteredWidget& row, const std::string& stick)
            std::any_of(links.begin(), links.end(), [&](const Link& link) { return leadsInto(link.target, stick); });
 }
 
-/** The first of the sticks that the widget could be plugged from; empty: none. */
+/** The first of the sticks that holds the widget's image; empty: none. */
 std::string stickWithImage(const std::vector<std::string>& sticks, const std::string& identifier)
 {
     const auto stick = std::find_if(sticks.begin(), sticks.end(),
@@ -136,7 +136,10 @@ std::string stickWithImage(const std::vector<std::string>& sticks, const std::st
     return stick == sticks.end() ? "" : *stick;
 }
 
-/** Heals without the tool what it knows nothing of: the links of widgets that are not, or not on USB. */
+/**
+ * Removes the links to sticks of a widget that the database does not know, or whose content is on the television. Not
+ * through the tool: it refuses an unknown widget, and would remove the other's links to elsewhere, too.
+ */
 ReportLine clearLinks(const Widget& widget)
 {
     for (const Link& link : widget.links) {
@@ -167,8 +170,8 @@ std::vector<ReportLine> plug(const std::string& mountPoint, bool dryRun)
         }
         return inOrder(report);
     }
-    // A loose contact may unmount and mount the stick before the event manager looks; it then calls nothing again.
-    // systemd looks at most once a second, and ends this process if the stick is gone by then.
+    // A loose contact may unmount and mount the stick again unseen: systemd looks at the mounts at most once a second.
+    // So this repeats while mounts change. If systemd does see the stick gone, it ends this process.
     const MountWatch mounts;
     for (int pass = 1; pass <= MAX_PASSES; ++pass) {
         const Identifiers held = heldBy(stick, RegistryAccess::CHANGE);

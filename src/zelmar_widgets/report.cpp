@@ -135,7 +135,7 @@ std::string printable(const std::string& text)
 void finishOutput()
 {
     if (!std::cout.flush()) {
-        throw Failure(COULD_NOT_WORK, "cannot write to standard output; give it a place with room");
+        throw Failure(COULD_NOT_WORK, "cannot write to standard output; free some space, or redirect it elsewhere");
     }
 }
 

@@ -17,7 +17,7 @@ namespace ZelmarWidgets {
 
 namespace {
 
-/** To be called after a failure: who is not root may not be told that something is missing that he cannot see. */
+/** To be called after a failed call: without root, what only permissions hide must not be reported as missing. */
 void requirePermission(const std::string& path)
 {
     if (errno == EACCES && geteuid() != 0) {
@@ -25,7 +25,7 @@ void requirePermission(const std::string& path)
     }
 }
 
-/** The file's type, or 0 if there is none: a pulled stick, still mounted, fails with any error. */
+/** The file's type, or 0 if it cannot be read: a stick that was pulled but is still mounted fails with any error. */
 mode_t typeOf(const std::string& path, int flags = 0)
 {
     struct stat status = {};

@@ -27,7 +27,7 @@ void addOnce(std::vector<std::string>& words, const std::string& word)
     }
 }
 
-/** Where the tool does not make links, only those that lead to a stick can be of its making. */
+/** For a widget that is not on USB, or not in the database: its links to sticks only. Any other may be its own. */
 std::vector<Link> linksToSticks(const std::string& identifier)
 {
     std::vector<Link> links = linksOf(identifier);
@@ -98,7 +98,7 @@ Widget lookAt(const RegisteredWidget& row)
     return widget;
 }
 
-/** The identifiers P of the directories P_img that no row is about. */
+/** The identifiers P of the directories P_img that have no row in the database. */
 std::vector<std::string> strangers(const std::vector<RegisteredWidget>& rows)
 {
     std::unordered_set<std::string> known;

@@ -26,11 +26,11 @@ struct Widget {
     std::string identifier;
     State state;
     std::string stick;               // by the database, else by a link; empty: none
-    std::vector<Link> links;         // ours, as they stand
+    std::vector<Link> links;         // those of the tool that exist
     std::vector<std::string> wrong;  // each word once
 };
 
-/** The database's widgets as the files bear them out, then those that it does not know but that have links of ours. */
+/** All widgets of the database, compared with the files; then those without a row that still have links to a stick. */
 std::vector<Widget> lookAtWidgets(const std::vector<ZelmarDB::RegisteredWidget>& rows);
 
 /** As a list with commas. */

@@ -20,7 +20,8 @@ constexpr char LINKS_ROOT[] = "/opt/usr/apps";
 constexpr std::chrono::seconds WAITING_BUDGET(5);
 constexpr std::chrono::milliseconds WAITING_STEP(1);
 
-// The log may take 8 MiB of the disk during a run, and 2 MiB after it: when it holds this much it is folded.
+// When the log holds this much it is folded; a fold that failed is tried again a step later. So a run needs some 8 MiB
+// of the disk for the log, and leaves at most 2 MiB.
 constexpr off_t LOG_LIMIT_DURING_RUN = 7 << 20;
 constexpr off_t LOG_LIMIT_AFTER_RUN = 2 << 20;
 constexpr off_t LOG_STEP_BETWEEN_FOLDS = 1 << 20;
@@ -140,7 +141,7 @@ int WidgetDatabase::syncAll()
 
 int WidgetDatabase::foldLog()
 {
-    // Links and log are on the disk before what replaces them.
+    // The copy overwrites the database: the links and the whole log must be on the disk before it.
     if (const int error = syncAll()) {
         return error;
     }
@@ -161,8 +162,8 @@ void WidgetDatabase::tendLog()
     }
     if (std::exchange(m_pagesInLog, pages) >= pages) {  // the log was started anew, or this is the first change
         m_foldAtBytes = LOG_LIMIT_DURING_RUN;
-        // Over older content: a power cut could leave a part of that which reads as valid, so its head goes to the disk
-        // before any more is written. bringToDisk tells of a failure.
+        // Older frames follow the new ones in the file, and could read as valid after a power cut. So the log's new
+        // head is synced before the next change; bringToDisk returns a failure.
         if (m_log->status().st_size > bytesInLog()) {
             sync(*m_log);
         }

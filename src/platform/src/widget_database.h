@@ -31,7 +31,7 @@ public:
 
     bool isOpen() const { return m_file >= 0; }
 
-    /** Zeros if it cannot be had. */
+    /** All zeros if fstat fails. */
     struct stat status() const;
 
     /** Brings all that was written to the file system to the disk. Returns 0, or the system's error code. */

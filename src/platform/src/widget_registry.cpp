@@ -42,7 +42,10 @@ RegistryError databaseError(const SQLite::Exception& e)
     }
 }
 
-/** What SQLite is to open. A folder that is not ours to write in has no log only if nobody has the database open. */
+/**
+ * The URI for SQLite. Without a write-ahead log, no process has the database open: who may not make a log then reads
+ * the database as immutable, since SQLite would refuse it otherwise.
+ */
 std::string readableFile()
 {
     const std::string file = DATABASE_FILE;
@@ -157,7 +160,7 @@ void createRegistry()
         const int handle = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         fsync(handle);
         close(handle);
-        // Its log, for readers who may not make one.
+        // Makes the write-ahead log, for readers who may not make one themselves.
         openDatabase(RegistryAccess::CHANGE).execAndGet("SELECT count(*) FROM widget");
     } catch (const fs::filesystem_error& e) {
         throw systemError(e.code().value(), e.path1());

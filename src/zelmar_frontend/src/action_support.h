@@ -54,9 +54,9 @@ public:
     }
 
     /**
-     * Runs the calls of `key` in the order of their registration, so that a widget's links go before its database row
-     * says that they are gone. They stay registered, and run again if asked again. An exception of a call ends the
-     * run and passes through.
+     * Runs the calls of `key` in the order of their registration: a widget's links are removed before its row is marked
+     * unavailable. They stay registered, and run again with the next call. An exception of a call ends the run and
+     * passes through.
      */
     void runCleanFunctions(const std::string& key);
 

@@ -49,8 +49,8 @@ void MakeWidgetsUnavailableAction::runAction()
         const fs::path imageDir = imageDirectory(pkgId);
         boost::system::error_code error;
         if (!fs::exists(imageDir, error) || !fs::is_directory(imageDir, error)) {
-            // Odd: "%e" and "rror". It prints a number that means nothing; being the last, it makes nothing else
-            // misread.
+            // Odd: "%e" and "rror". It prints a meaningless number; as the last conversion, it shifts no argument of
+            // another.
             ZELMAR_DEBUG_MISMATCHED("Cannot find widget install path: %s, %error", imageDir.c_str(),
                                     error.message().c_str());
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);

@@ -22,8 +22,8 @@ namespace ZelmarFrontend {
 
 namespace {
 
-// The option library replaces each %name% in its message by a word, again and again until none is left. A word that
-// contains its own %name% would keep it at that forever.
+// The option library replaces %name% by its value in a message until no %name% is left. A value that contains its own
+// %name% makes that an endless loop.
 class LibraryMessage : public po::error_with_option_name {
 public:
     explicit LibraryMessage(const po::error_with_option_name& thrown) : po::error_with_option_name(thrown) {}
@@ -46,7 +46,7 @@ public:
     }
 };
 
-// Takes all plain words at the head of `words` at once: the library takes one and moves the rest, each time.
+// Takes all plain words at the head of `words` at once. The library would move the rest for each: quadratic time.
 std::vector<po::option> takePlainWords(std::vector<std::string>& words)
 {
     std::vector<po::option> taken;

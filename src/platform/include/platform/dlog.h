@@ -3,7 +3,7 @@
 #pragma once
 
 /**
- * Writes one line to the system log under the identifier `tag`, which must stay valid until the process ends.
+ * Writes one line to the system log under the tag `tag`, which must stay valid until the process ends.
  * `priority`: 3 debug, 4 info, 5 warning, 6 error. Returns 0. A line that nobody takes is dropped silently; one that is
  * too long for the log's socket (some 200 KiB) is cut. Waits for a slow logger, but at most a second for one that takes
  * nothing; after that, no line waits.

@@ -10,7 +10,7 @@ namespace DPL {
 std::wstring FromUTF8String(const std::string& text);
 std::string ToUTF8String(const std::wstring& text);
 
-/** Root of the platform's exceptions; no std::exception of its own. */
+/** Root of the platform's exceptions. Not derived from std::exception. */
 class Exception {
 public:
     explicit Exception(const std::string& message) : m_message(message) {}

@@ -12,8 +12,8 @@
 namespace ZelmarDB {
 
 /**
- * The running thread's connection to the widget database; every operation below needs it. All that one attachment waits
- * for other processes' locks is 5 s together; then its operations fail at once.
+ * The running thread's connection to the widget database; every operation below needs it. One attachment waits at most
+ * 5 s, all its operations together, for other processes' locks; after that, an operation that meets one fails at once.
  */
 class KxDatabase {
 public:
@@ -50,7 +50,7 @@ public:
         };
     };
 
-    /** Asks nothing: that the widget is gone shows at the first question. */
+    /** Runs no query: a widget that does not exist shows only at the first call. */
     explicit KxWidgetDAOReadOnly(int handle) : m_handle(handle) {}
     virtual ~KxWidgetDAOReadOnly() = default;
 
