@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <boost/io/ios_state.hpp>
 #include <iostream>
 #include <streambuf>
 #include <string>
@@ -12,30 +13,23 @@
 // The tool's own `main`, renamed when it is linked into a test program.
 extern "C" int zelmar_frontend_main(int argc, char** argv);
 
-/** As long as it lives, each whole line that is written to the stream is recorded, after the name. */
+/** As long as it lives, what is written to the stream is recorded, each line after the name. */
 class RecordedOutput : public std::streambuf {
 public:
-    RecordedOutput(std::ostream& stream, const char* name) : m_stream(stream), m_real(stream.rdbuf(this)), m_name(name)
-    {
-    }
-    ~RecordedOutput() override { m_stream.rdbuf(m_real); }
+    RecordedOutput(std::ostream& stream, const char* name) : m_name(name), m_restorer(stream, this) {}
 
 private:
     int overflow(int character) override
     {
-        if (character != '\n') {
-            m_line += static_cast<char>(character);
-        } else {
-            recording.lines.push_back(m_line.empty() ? m_name : m_name + " " + m_line);
-            m_line.clear();
+        if (recorded.empty() || recorded.back() == '\n') {
+            recorded += character == '\n' ? m_name : m_name + " ";
         }
+        recorded += static_cast<char>(character);
         return character;
     }
 
-    std::ostream& m_stream;
-    std::streambuf* const m_real;
     const std::string m_name;
-    std::string m_line;
+    const boost::io::ios_rdbuf_saver m_restorer;
 };
 
 /** Runs the tool in this process; returns its exit status. `separator` parts the words of `line`, its name first. */
@@ -49,6 +43,7 @@ inline int runTool(std::string line, char separator)
         }
     }
     argv.push_back(nullptr);
+    recorded.clear();
     const RecordedOutput out(std::cout, "out:"), err(std::cerr, "err:");
     return zelmar_frontend_main(static_cast<int>(argv.size() - 1), argv.data()) & 255;
 }

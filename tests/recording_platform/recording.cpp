@@ -5,55 +5,55 @@
 #include <platform/dlog.h>
 #include <platform/privilege_control.h>
 #include <platform/zelmar_dao.h>
+#include <algorithm>
 #include <boost/algorithm/string.hpp>
 #include <cstdarg>
 #include <cstdio>
+#include <regex>
 #include <stdexcept>
 
 // A message is recorded by a format with more in it.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
-using Dao = ZelmarDB::KxWidgetDAOReadOnly;
+using namespace ZelmarDB;
+using Dao = KxWidgetDAOReadOnly;
 
-Recording recording;
+std::string recorded, told;
 
 namespace {
 
-/** Records the call and gives the answer laid down for it, else `usual`. */
+/** Records the call and gives the answer that is told with it, else `usual`. */
 std::string answer(const std::string& call, const std::string& usual = "")
 {
-    recording.lines.push_back("  " + call);
-    const auto laidDown = recording.answers.find(call);
-    std::string given = laidDown == recording.answers.end() ? usual : laidDown->second;
+    const auto sign = boost::find_first(told, "\n" + call + " = ");
+    const std::string given = sign.empty() ? usual : std::string(sign.end(), std::find(sign.end(), told.end(), '\n'));
+    recorded += call + (sign.empty() ? "" : " = " + given) + "\n";
     if (given == "WidgetNotExist") throw Dao::Exception::WidgetNotExist("no such widget");
     if (given == "DatabaseError") throw Dao::Exception::DatabaseError("disk I/O error");
     if (given == "SqlException") throw DPL::DB::SqlConnection::Exception::Base("no such file");
     if (given == "std::exception") throw std::runtime_error("out of luck");
     if (given == "unknown") throw 42;
-    return given;
+    return given == "none" ? "" : given;
 }
 
-std::string text(int handle) { return std::to_string(handle); }
 std::string text(const std::wstring& id) { return DPL::ToUTF8String(id); }
 std::wstring wide(const std::string& id) { return DPL::FromUTF8String(id); }
+std::wstring applicationOf(const std::string& id) { return wide(answer("getTizenAppId " + id, "t." + id)); }
 
 }  // namespace
 
 int __dlog_print(int priority, const char* tag, const char* format, ...)
 {
     // The messages that do not print their last argument are told with it.
-    std::string text = format;
-    for (const char* end : {"%error", "vaild", "pkgid: "}) {
-        text += boost::ends_with(format, end) ? "[%s]" : "";
-    }
-    boost::replace_all(text, "%error", "%%error");
+    std::string whole = std::regex_replace(format, std::regex("(%error|vaild|pkgid: )$"), "$1[%s]");
+    boost::replace_all(whole, "%error", "%%error");
     char line[1000];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(line, sizeof line, text.c_str(), arguments);
+    vsnprintf(line, sizeof line, whole.c_str(), arguments);
     va_end(arguments);
     const bool usual = priority == 3 && tag == std::string("ZELMAR_INSTALLER");
-    recording.lines.push_back((usual ? "" : std::to_string(priority) + " " + tag + " ") + line);
+    recorded += (usual ? "" : std::to_string(priority) + " " + tag + " ") + line + "\n";
     return 0;
 }
 
@@ -61,48 +61,34 @@ int perm_app_setup_path(const char* pkg_id, const char* path, int app_path_type,
 {
     va_list arguments;
     va_start(arguments, app_path_type);
-    const std::string label = va_arg(arguments, const char*);
+    const std::string label = std::to_string(app_path_type) + " " + va_arg(arguments, const char*);
     va_end(arguments);
-    return std::stoi(
-        answer("label " + std::string(pkg_id) + " " + path + " " + text(app_path_type) + " " + label, "0"));
+    return std::stoi(answer(std::string("label ") + pkg_id + " " + path + " " + label, "0"));
 }
 
 const char* perm_strerror(int result) { return result == -7 ? "no labels here" : "?"; }
 
-namespace ZelmarDB {
-
 void KxDatabase::attachToThreadRW() { answer("attach"); }
-
 void KxDatabase::detachFromThread() { answer("detach"); }
 
-std::wstring Dao::getTizenAppId() const
-{
-    return wide(answer("getTizenAppId " + text(m_handle), "t." + text(m_handle)));
-}
+std::wstring Dao::getTizenAppId() const { return applicationOf(std::to_string(m_handle)); }
+std::wstring Dao::getTizenAppIdFromKxAppId(const std::wstring& kxAppId) { return applicationOf(text(kxAppId)); }
 
 boost::optional<std::wstring> Dao::getKxAppId() const
 {
-    const std::string id = answer("getKxAppId " + text(m_handle));
+    const std::string id = answer("getKxAppId " + std::to_string(m_handle));
     return boost::make_optional(!id.empty(), wide(id));
 }
 
-bool Dao::isInstalledOnUSB() const { return answer("isInstalledOnUSB " + text(m_handle), "1") == "1"; }
-
-std::wstring Dao::getTizenAppIdFromKxAppId(const std::wstring& kxAppId)
-{
-    return wide(answer("getTizenAppId " + text(kxAppId), "t." + text(kxAppId)));
-}
-
-bool Dao::isWidgetInstalled(const std::wstring& id) { return answer("isWidgetInstalled " + text(id), "1") == "1"; }
-
 int Dao::getHandleFromTizenAppId(const std::wstring& id) { return std::stoi(answer("getHandle " + text(id), "5")); }
+bool Dao::isInstalledOnUSB() const { return answer("isInstalledOnUSB " + std::to_string(m_handle), "1") == "1"; }
+bool Dao::isWidgetInstalled(const std::wstring& id) { return answer("isWidgetInstalled " + text(id), "1") == "1"; }
 
 std::list<std::shared_ptr<Dao>> Dao::getAvailableWidgets()
 {
     std::list<std::shared_ptr<Dao>> widgets;
-    const int count = std::stoi(answer("getAvailableWidgets", "0"));
-    for (int handle = 0; handle < count; ++handle) {
-        widgets.push_back(std::make_shared<Dao>(handle));
+    for (int handle = std::stoi(answer("getAvailableWidgets", "0")); handle > 0;) {
+        widgets.push_front(std::make_shared<Dao>(--handle));
     }
     return widgets;
 }
@@ -116,5 +102,3 @@ void KxWidgetDAO::setExternalStoragePath(const std::wstring& id, const boost::op
 {
     answer("setPath " + text(id) + " " + (path ? "'" + text(*path) + "'" : "none"));
 }
-
-}  // namespace ZelmarDB

@@ -2,21 +2,14 @@
 
 #pragma once
 
-#include <map>
 #include <string>
-#include <vector>
 
-/** What the tool asked of the platform, and what it is to be answered. */
-struct Recording {
-    /** The log lines and the calls in order; the calls, indented, as the keys of `answers`. */
-    std::vector<std::string> lines;
+/** What a run did, each in a line, in order: the calls of the platform, the lines of the log, those of the output. */
+extern std::string recorded;
 
-    /**
-     * By call ("setAvailable t.a 1"): the text or number to answer, or the exception to throw: "WidgetNotExist",
-     * "DatabaseError", "SqlException", "std::exception" or "unknown". Where nothing is laid down all goes well: any
-     * widget P is installed on USB as "t.P", and none is available.
-     */
-    std::map<std::string, std::string> answers;
-};
-
-extern Recording recording;
+/**
+ * What a run is to do, in the same form. Behind " = " stands what the platform answers to a call: a text, a number or
+ * "none" for an empty text, or what it throws: "WidgetNotExist", "DatabaseError", "SqlException", "std::exception" or
+ * "unknown". Else all goes well: any widget P is installed on USB as "t.P", and none is available.
+ */
+extern std::string told;
