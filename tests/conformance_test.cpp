@@ -25,22 +25,23 @@ namespace {
 
 const std::string ODD = "'\"`%s%n; DROP \\\nколобок😀";
 
-/** The thread is attached to a database with one widget, t.c, on USB and without KxAppId. Each test detaches it. */
-class Database : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(std::getenv("PRIVATE_OPT"))
-            << "This replaces the widget database: run it through tests/private-opt.";
-        Conformance::makeDatabase();
-        Conformance::putWidget("t.c", "", true);
-        KxDatabase::attachToThreadRW();
-    }
-};
-
-TEST_F(Database, AnswersAndChanges)
+TEST(Database, AnswersChangesAndFails)
 {
-    std::multiset<std::wstring> available;
+    ASSERT_TRUE(std::getenv("PRIVATE_OPT")) << "This replaces the widget database: run it through tests/private-opt.";
+    Conformance::makeDatabase();
+    Conformance::putWidget("t.c", "", true);
+    KxDatabase::attachToThreadRW();
+    const KxWidgetDAO bare(KxWidgetDAO::getHandleFromTizenAppId(L"t.c"));
+    EXPECT_FALSE(bare.getKxAppId());
+    EXPECT_FALSE(KxWidgetDAO::isWidgetInstalled(L"t.x"));
+    EXPECT_EQ(-1, KxWidgetDAO::getHandleFromTizenAppId(L"t.x"));
+    EXPECT_THROW(KxWidgetDAO(-1).getTizenAppId(), Failure::WidgetNotExist);
+    EXPECT_THROW(KxWidgetDAO(-1).getKxAppId(), Failure::WidgetNotExist);
+    EXPECT_THROW(KxWidgetDAO(-1).isInstalledOnUSB(), Failure::WidgetNotExist);
+    EXPECT_THROW(KxWidgetDAO::setAvailable(L"t.x", true), Failure::WidgetNotExist);
+    EXPECT_THROW(KxWidgetDAO::setExternalStoragePath(L"t.x", Path()), Failure::WidgetNotExist);
+
+    std::multiset<std::wstring> available, listed;
     for (const std::string& id : {std::string("a"), std::string("b"), ODD}) {
         Conformance::putWidget("t." + id, id, id != "b");
         const std::wstring tizenAppId = *available.insert(FromUTF8String("t." + id));
@@ -56,43 +57,29 @@ TEST_F(Database, AnswersAndChanges)
             EXPECT_EQ(Conformance::State(path, path.map(ToUTF8String)), Conformance::readWidget("t." + id));
         }
     }
+    EXPECT_EQ(Conformance::State(), Conformance::readWidget("t.c")) << "nobody changed it";
     for (const wchar_t* id : {L"", L"x", L"A", L"%"}) {
         EXPECT_EQ(L"", KxWidgetDAO::getTizenAppIdFromKxAppId(id));
     }
-    EXPECT_EQ(Conformance::State(), Conformance::readWidget("t.c")) << "nobody changed it";
-    for (const char* attached : {"twice", "anew"}) {
-        KxDatabase::attachToThreadRW();
-        std::multiset<std::wstring> found;
-        for (const auto& widget : KxWidgetDAOReadOnly::getAvailableWidgets()) {
-            found.insert(widget->getTizenAppId());
-        }
-        EXPECT_EQ(available, found) << "attached " << attached;
-        KxDatabase::detachFromThread();
-    }
-}
 
-TEST_F(Database, TellsWhatIsMissingAndWhatFails)
-{
-    EXPECT_FALSE(KxWidgetDAO::isWidgetInstalled(L"t.x"));
-    EXPECT_EQ(-1, KxWidgetDAO::getHandleFromTizenAppId(L"t.x"));
-    const KxWidgetDAO widget(KxWidgetDAO::getHandleFromTizenAppId(L"t.c"));
-    EXPECT_FALSE(widget.getKxAppId());
-    EXPECT_THROW(KxWidgetDAO(-1).getTizenAppId(), Failure::WidgetNotExist);
-    EXPECT_THROW(KxWidgetDAO(-1).getKxAppId(), Failure::WidgetNotExist);
-    EXPECT_THROW(KxWidgetDAO(-1).isInstalledOnUSB(), Failure::WidgetNotExist);
-    EXPECT_THROW(KxWidgetDAO::setAvailable(L"t.x", true), Failure::WidgetNotExist);
-    EXPECT_THROW(KxWidgetDAO::setExternalStoragePath(L"t.x", Path()), Failure::WidgetNotExist);
+    KxDatabase::detachFromThread();
+    KxDatabase::attachToThreadRW();
+    KxDatabase::attachToThreadRW();
+    for (const auto& widget : KxWidgetDAOReadOnly::getAvailableWidgets()) {
+        listed.insert(widget->getTizenAppId());
+    }
+    EXPECT_EQ(available, listed);
 
     Conformance::breakDatabase();
-    EXPECT_THROW(KxWidgetDAO::getTizenAppIdFromKxAppId(L"c"), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::isWidgetInstalled(L"t.c"), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::getHandleFromTizenAppId(L"t.c"), Failure::DatabaseError);
+    EXPECT_THROW(KxWidgetDAO::getTizenAppIdFromKxAppId(L"a"), Failure::DatabaseError);
+    EXPECT_THROW(KxWidgetDAO::isWidgetInstalled(L"t.a"), Failure::DatabaseError);
+    EXPECT_THROW(KxWidgetDAO::getHandleFromTizenAppId(L"t.a"), Failure::DatabaseError);
     EXPECT_THROW(KxWidgetDAO::getAvailableWidgets(), Failure::DatabaseError);
-    EXPECT_THROW(widget.getTizenAppId(), Failure::DatabaseError);
-    EXPECT_THROW(widget.getKxAppId(), Failure::DatabaseError);
-    EXPECT_THROW(widget.isInstalledOnUSB(), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::setAvailable(L"t.c", true), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::setExternalStoragePath(L"t.c", Path()), Failure::DatabaseError);
+    EXPECT_THROW(bare.getTizenAppId(), Failure::DatabaseError);
+    EXPECT_THROW(bare.getKxAppId(), Failure::DatabaseError);
+    EXPECT_THROW(bare.isInstalledOnUSB(), Failure::DatabaseError);
+    EXPECT_THROW(KxWidgetDAO::setAvailable(L"t.a", true), Failure::DatabaseError);
+    EXPECT_THROW(KxWidgetDAO::setExternalStoragePath(L"t.a", Path()), Failure::DatabaseError);
     KxDatabase::detachFromThread();
 
     EXPECT_TRUE(Conformance::removeDatabase());
@@ -132,9 +119,8 @@ TEST(Text, IsNeitherChangedNorInterpreted)
     for (const wchar_t character : {L'\xd800', L'\xdfff', L'\x110000'}) {
         EXPECT_THROW(ToUTF8String(std::wstring(1, character)), std::exception) << character;
     }
-    EXPECT_EQ(L"я😀", FromUTF8String("я😀"));
     EXPECT_EQ("/opt/usr/a_img", KxPathBuilder().Append("/opt/usr").Append("a_img").GetFullPath());
-    EXPECT_EQ("/opt/" + ODD + "/..", KxPathBuilder("/opt").Append(ODD).Append("..").GetFullPath());
+    EXPECT_EQ("/opt/" + ODD + "/..", KxPathBuilder("/opt/").Append(ODD).Append("..").GetFullPath());
 }
 
 }  // namespace
