@@ -2,7 +2,6 @@
 """A television in the private /opt: widgets, a stick, the widget database and the system log, all real."""
 
 import os
-import re
 import shutil
 import socket
 import sqlite3
@@ -11,7 +10,7 @@ import sys
 import threading
 import unittest
 from collections import namedtuple
-from contextlib import closing, contextmanager
+from contextlib import closing, contextmanager, suppress
 from pathlib import Path
 from queue import SimpleQueue
 
@@ -37,29 +36,21 @@ class SystemLog:
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         Path("/dev/log").unlink(missing_ok=True)
         self.socket.bind("/dev/log")
-        self.lines = SimpleQueue()
-        self.received = []
+        self.lines, self.received = SimpleQueue(), []
         self.watch = None  # called with each line as it comes, if set
-        self.stalled = threading.Lock()  # whoever holds it keeps the lines from being read
         threading.Thread(target=self.read, daemon=True).start()
 
     def read(self):
-        while True:
-            with self.stalled:
-                pass
-            line = self.socket.recv(1 << 20)
-            if not line:  # the socket was shut down
-                return
-            if self.watch:
-                self.watch(line)
-            self.lines.put(line.decode("utf-8", "backslashreplace"))
+        with self.socket:
+            while line := self.socket.recv(1 << 20):  # until the socket is shut down
+                if self.watch:
+                    self.watch(line)
+                self.lines.put(line.decode("utf-8", "backslashreplace").replace(">ZELMAR_INSTALLER: ", "> "))
 
     def take(self):
-        """The lines since the last call, as "<priority> message"."""
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.sendto(b"end", "/dev/log")  # when it has come, so have all before it
-        self.received = [re.sub(r"<(\d+)>ZELMAR_INSTALLER: ", lambda m: f"<{int(m[1]) % 8}> ", line)
-                         for line in iter(self.lines.get, "end")]
+        """The lines since the last call, as "<facility + priority> message"."""
+        self.socket.sendto(b"end", "/dev/log")  # when it has come, so have all before it
+        self.received = list(iter(self.lines.get, "end"))
         return self.received
 
 
@@ -69,18 +60,17 @@ class Device:
     def __init__(self, tool):
         self.tool = tool
         Device.log = Device.log or SystemLog()
-        self.log.take()
         for folder in (APPS, STICK, DATABASE.parent):
             shutil.rmtree(folder, ignore_errors=True)
             folder.mkdir(parents=True)
         subprocess.run(["sqlite3", DATABASE], input=SCHEMA.read_text(), text=True, check=True, capture_output=True)
 
     def __str__(self):
-        rows = subprocess.run(["sqlite3", "-readonly", DATABASE, "SELECT * FROM widget LIMIT 20"], capture_output=True)
+        rows = subprocess.run(["sqlite3", "-readonly", DATABASE, "SELECT * FROM widget LIMIT 20"], capture_output=True,
+                              encoding="utf-8", errors="backslashreplace")
         files = [f"{path} -> {os.readlink(path)} [{label(path)}]" if path.is_symlink() else f"{path}"
                  for path in [*APPS.rglob("*"), *STICK.rglob("*")][:100]]
-        parts = {"Rows": [(rows.stdout + rows.stderr).decode()], "Files": files, "Last log": self.log.received[-30:]}
-        return "".join(f"{part}:\n  " + "\n  ".join(lines) + "\n" for part, lines in parts.items())
+        return "\n".join(["Rows:", rows.stdout + rows.stderr, "Files:", *files, "Last log:", *self.log.received[-30:]])
 
     def sql(self, statement, *values):
         with closing(sqlite3.connect(DATABASE, isolation_level=None)) as database:
@@ -99,20 +89,18 @@ class Device:
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(parents=True)
         for file in files:
-            (folder / (f"{name}.img" if file == "image" else file)).write_text(file)
-        if "image" in files:
-            os.truncate(folder / f"{name}.img", 5 << 30)  # images outgrow 32 bits
+            with open(folder / (f"{name}.img" if file == "image" else file), "w") as content:
+                content.truncate(5 << 30)  # images outgrow 32 bits
 
     def place(self, name):
         return APPS / f"{name}_img"
 
-    def run(self, *words, under=(), **options):
+    def run(self, *words, under=(), timeout=100, **options):
         """Calls the tool, `under` another such as strace; `options` are those of subprocess.run."""
-        done = subprocess.run([*under, *self.tool, *words], **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
-                                                       "timeout": 100, **options})
-        out, err = ((text or b"").decode("utf-8", "backslashreplace") for text in (done.stdout, done.stderr))
-        assert done.returncode in (0, 255) or done.returncode < 0, err  # else what it runs under has found something
-        return Run(done.returncode, out, err, self.log.take())
+        done = subprocess.run([*under, *self.tool, *words], capture_output=True, encoding="utf-8",
+                              errors="backslashreplace", timeout=timeout, **options)
+        assert done.returncode in (0, 255) or done.returncode < 0, done.stderr  # else a finding of what it runs under
+        return Run(done.returncode, done.stdout, done.stderr, self.log.take())
 
     def available(self, *names, **options):
         return self.run("--make-available", "--path", str(STICK), "--", *names, **options)
@@ -144,6 +132,7 @@ class TelevisionTest(unittest.TestCase):
     device = "No device."
 
     def setUp(self):
+        Device.log = None  # that of a failed test may be in any state
         self.device = Device(sys.argv[1:])
 
     def run(self, result=None):
@@ -160,15 +149,14 @@ class TelevisionTest(unittest.TestCase):
 @contextmanager
 def held_by_another(script, seconds):
     """The database as another process has it after `script`, for so many seconds or as long as the block lasts."""
-    holder = sqlite3.connect(DATABASE, isolation_level=None, check_same_thread=False)
-    holder.executescript(script)
-    release = threading.Timer(seconds, holder.close)
-    release.start()
-    try:
-        yield
-    finally:
-        release.cancel()
-        holder.close()
+    with closing(sqlite3.connect(DATABASE, isolation_level=None, check_same_thread=False)) as holder:
+        holder.executescript(script)
+        release = threading.Timer(seconds, holder.close)
+        release.start()
+        try:
+            yield
+        finally:
+            release.cancel()
 
 
 @contextmanager
@@ -181,7 +169,6 @@ def mounted(place, *options):
 
 
 def label(link):
-    try:
+    """The label of the file itself, be it a link; None if it has none."""
+    with suppress(OSError):
         return os.getxattr(link, LABEL, follow_symlinks=False).decode()
-    except OSError:
-        return None
