@@ -81,6 +81,7 @@ TEST(Database, AnswersChangesAndFails)
     EXPECT_THROW(KxWidgetDAO::setAvailable(L"t.a", true), Failure::DatabaseError);
     EXPECT_THROW(KxWidgetDAO::setExternalStoragePath(L"t.a", Path()), Failure::DatabaseError);
     KxDatabase::detachFromThread();
+    KxDatabase::detachFromThread();
 
     EXPECT_TRUE(Conformance::removeDatabase());
     EXPECT_THROW(KxDatabase::attachToThreadRW(), DPL::DB::SqlConnection::Exception::Base);

@@ -2,6 +2,7 @@
 """A television in the private /opt: widgets, a stick, the widget database and the system log, all real."""
 
 import os
+import resource
 import shutil
 import socket
 import sqlite3
@@ -16,6 +17,9 @@ from queue import SimpleQueue
 
 if os.environ.get("PRIVATE_OPT") != "1":
     raise SystemExit("This empties /opt: run it through tests/private-opt.")
+
+# Few open files, so that a leaked one a widget shows.
+resource.setrlimit(resource.RLIMIT_NOFILE, (64, 64))
 
 APPS = Path("/opt/usr/apps")
 STICK = Path("/opt/storage/usb/sda1")
@@ -132,10 +136,10 @@ class TelevisionTest(unittest.TestCase):
     device = "No device."
 
     def setUp(self):
-        Device.log = None  # that of a failed test may be in any state
         self.device = Device(sys.argv[1:])
 
     def run(self, result=None):
+        Device.log = None  # what the test before left may be in any state
         before = len(result.failures + result.errors)
         super().run(result)
         if len(result.failures + result.errors) > before:

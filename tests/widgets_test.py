@@ -33,7 +33,7 @@ class WidgetsTest(TelevisionTest):
     def call(self, status, *words, **options):
         """What is printed: a message alone, or output alone."""
         with self.start(*words, **options) as process:
-            out, err = process.communicate(timeout=100)
+            out, err = process.communicate(timeout=9)
         self.assertEqual((status, status > 0 and not out), (process.returncode, bool(err)), (words, out, err))
         return err or out
 
@@ -132,6 +132,16 @@ class WidgetsTest(TelevisionTest):
         self.assertEqual(f"c: available from {STICK}\n", self.call(0, "plug", STICK))
         before["c"] = self.device.linked("c", ["widget.info", "config.xml.spm"])
         self.assertEqual(before, self.device.state())
+        # What the tool says in words; another stands beside the copied companion.
+        for answer, status, message in (
+                ("echo c,FAIL,Install_Dir_Not_Found:", 1, "c_img is missing; run"),
+                ("echo c,FAIL,Unknown_Error:", 1, "the database took no change"),
+                ("echo c,FAIL,Widget_Is_Not_Installed:", 1, "removed from the database meanwhile"),
+                ("echo c,FAIL,Local_Storage_Used:", 1, "the database could not be asked"),
+                ("echo c,SUCCESS:c,SUCCESS:", 3, "is not understood: c,SUCCESS:c,SUCCESS:;"), ("echo", 3, "understood"),
+                ("kill -9 $$", 3, "ended by signal 9;"), ("echo Why >&2; exit 255", 3, "zelmar-frontend: Why; see")):
+            shell(f"echo '#!/bin/sh\n{answer}' >zelmar-frontend && chmod +x zelmar-frontend", "/opt")
+            self.assertIn(message, self.call(status, "plug", STICK, executable="/opt/alone"))
         self.device.sql("PRAGMA user_version = 0")
         self.assertIn("schema version 0 instead of 1", self.call(3, "status"))
 
