@@ -63,7 +63,7 @@ class DeviceTest(TelevisionTest):
         device = self.device.widget("a").widget("atlas")
         (device.place("atlas") / "config.xml").write_text("real")
         for output, reason in (("mkfifo /opt/pipe; exec 3<>/opt/pipe >/opt/pipe 3>&-", "Broken pipe"),
-                               ("truncate -s 1G /opt/big; ulimit -f $((1 << 21)); exec >>/opt/big", "File too large"),
+                               ("truncate -s 1M /opt/big; ulimit -f 2048; exec >>/opt/big", "File too large"),
                                ("exec <&- >&-", "Bad file descriptor")):
             with self.subTest(reason):
                 run = device.available("a", "atlas", under=after(output))
@@ -78,9 +78,9 @@ class DeviceTest(TelevisionTest):
                               (f"sqlite3 {DATABASE} 'PRAGMA application_id = 1'", "not a widget database"),
                               (f"echo 'Some other file' >{DATABASE}", "file is not a database"),
                               (f"rm {DATABASE}", "No such file or directory")):
+            log = [f"<15> db_connection_wrapper: attachToThread(40) > SqlException caught: Open {DATABASE}: {reason}",
+                   f"<11> main: main(41) > {unattached}"]
             run = self.device.run("--make-all-unavailable", under=after(spoil))
-            why = f"db_connection_wrapper: attachToThread(40) > SqlException caught: Open {DATABASE}: {reason}"
-            log = [f"<15> {why}", f"<11> main: main(41) > {unattached}"]
             self.assertEqual((255, "", f"{unattached}\n", log), run)
         if not INSTRUMENTED:  # valgrind has messages of its own
             run = self.device.run("--make-all-unavailable", under=after("exec 2>&-"))
@@ -169,18 +169,18 @@ class DeviceTest(TelevisionTest):
         self.assertEqual((len(usual), usual[-len(rest):]), (old.lines.qsize() + len(rest), rest))
         # A line that the socket does not take arrives cut.
         run = device.unavailable("x" * 120000, "y" * 120000)
-        self.assertTrue(f"<15> main: main(88) > chosenAction result : {run.out}".startswith(run.log[-1]), run.log)
+        self.assertTrue(f"<15> main: main(88) > chosenAction result : {run.out}".startswith(run.log[-1]))
         self.assertGreater(len(run.log[-1]), 150000)
 
         def assert_soon_done():
             call, start = [*TOOL, "--make-available", "--path", STICK, "a"], time.monotonic()
             self.assertEqual(b"a,SUCCESS:\n", subprocess.run(call, stdout=subprocess.PIPE, timeout=9).stdout)
             self.assertLess(time.monotonic() - start, seconds + 2.5)
-        device.log.watch = lambda line: time.sleep(99)
+        device.log.watch = lambda line: time.sleep(99)  # stalls
         assert_soon_done()
-        device.log.socket.shutdown(socket.SHUT_RD)
+        device.log.socket.shutdown(socket.SHUT_RD)  # refuses
         assert_soon_done()
-        Path("/dev/log").unlink()
+        Path("/dev/log").unlink()  # is gone
         assert_soon_done()
 
 
