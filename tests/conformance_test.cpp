@@ -100,6 +100,8 @@ TEST(Label, IsThatOfTheLinkItself)
             EXPECT_EQ(0, perm_app_setup_path("a", link.c_str(), 0, label));
             EXPECT_EQ(label, Conformance::labelOf(link));
         }
+        EXPECT_NE(0, perm_app_setup_path("a", link.c_str(), 1, "other"));
+        EXPECT_EQ("_", Conformance::labelOf(link)) << "no such type";
         const int refusal = perm_app_setup_path("a", target.c_str(), 0, "_");
         EXPECT_NE(0, refusal) << target << " is no link";
         EXPECT_STRNE("", perm_strerror(refusal));

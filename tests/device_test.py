@@ -2,6 +2,7 @@
 """The tool itself on a device: real database, links, labels and log."""
 
 import os
+import re
 import shutil
 import socket
 import sqlite3
@@ -11,7 +12,8 @@ import time
 import unittest
 from pathlib import Path
 
-from device import DATABASE, METADATA, STICK, Device, Link, Row, SystemLog, TelevisionTest, held_by_another, label
+from device import (APPS, DATABASE, METADATA, STICK, Device, Link, Row, SystemLog, TelevisionTest, held_by_another, label,
+                    mounted)
 
 TOOL = sys.argv[1:]
 INSTRUMENTED = "INSTRUMENTED" in os.environ or len(TOOL) > 1
@@ -112,17 +114,21 @@ class DeviceTest(TelevisionTest):
         for name in names:
             device.widget(name, files=["image"])
 
-        def syncs(*words):
-            device.run(*words, under=[*STRACE, "-etrace=fsync,fdatasync,syncfs"])
-            return len(Path("/opt/trace").read_text().splitlines())
+        def synced(*words):
+            device.run(*words, under=[*STRACE, "-y", "-etrace=fsync,fdatasync,syncfs"])
+            return re.findall("<(.*)>", Path("/opt/trace").read_text())
         for some in (names[:1], names):
-            self.assertIn(syncs("--make-available", "--path", STICK, *some), (1, 2))
-            self.assertIn(syncs("--make-unavailable", *some), (1, 2))
-        self.assertEqual(0, syncs("--make-all-unavailable"))
+            self.assertIn(len(synced("--make-available", "--path", STICK, *some)), (1, 2))
+            self.assertIn(len(synced("--make-unavailable", *some)), (1, 2))
+        self.assertEqual([], synced("--make-all-unavailable"))
+        # Links on a file system of their own come before the rows that rely on them.
+        with mounted(APPS, "-t", "tmpfs", "none"):
+            device.place("w0").mkdir()
+            self.assertEqual([str(APPS), f"{DATABASE}-wal"], synced("--make-available", "--path", STICK, "w0"))
         # What others left in the write-ahead log is folded into the database.
         filling = 2 * "UPDATE widget SET external_storage_path = hex(randomblob(9999));"
         with held_by_another(f"PRAGMA wal_autocheckpoint = 0; {filling}", 99):
-            self.assertIn(syncs("--make-available", "--path", STICK, "w0"), (3, 4, 5))
+            self.assertIn(len(synced("--make-available", "--path", STICK, "w0")), (3, 4, 5))
             self.assertLessEqual(os.path.getsize(f"{DATABASE}-wal"), 2 << 20)
         # A failed sync is told: of the last, and of the first that a log needs which is written over in place.
         for before, failure in (("", "fsync,fdatasync,syncfs:error=EIO"),

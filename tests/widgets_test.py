@@ -19,6 +19,35 @@ TABLE = """IDENTIFIER     STATE      STICK                  LINKS  WRONG
 line\\x0abreak  available  /opt/storage/usb/sda1  4      -
 колобок        available  /opt/storage/usb/sda1  4      -
 """
+INSTALLING = """zelmar-widgets: there is no database /opt/usr/zelmar/widgets.db; 'zelmar-widgets init' creates it
+zelmar-widgets: the database has a widget a already; choose another, or remove that widget first
+zelmar-widgets: the application t.a belongs to another widget; choose another, or remove that widget first
+zelmar-widgets: --app is required; see 'zelmar-widgets --help'
+zelmar-widgets: the identifier 'b/c' has a slash; choose another
+zelmar-widgets: the identifier is empty; choose another
+zelmar-widgets: permission denied on /opt/usr/zelmar/widgets.db; call it as root
+"""
+REFUSALS = """zelmar-widgets: no directory: '/nowhere'; name the one where the stick is mounted
+zelmar-widgets: no mount point: ''; name a directory
+zelmar-widgets: the database knows no widget 'z'; 'zelmar-widgets status' lists them
+zelmar-widgets: the database knows no widget 'z'; 'zelmar-widgets status' lists them
+zelmar-widgets: no command; see 'zelmar-widgets --help'
+zelmar-widgets: The following argument was not expected: zork; see 'zelmar-widgets --help'
+zelmar-widgets: MOUNT_POINT is required; see 'zelmar-widgets --help'
+zelmar-widgets: cannot run /opt/zelmar-frontend: No such file or directory; install it there
+zelmar-widgets: cannot write to standard output; free some space, or redirect it elsewhere
+zelmar-widgets: cannot write to standard output; free some space, or redirect it elsewhere
+zelmar-widgets: another process has held the database for 5 s; end that process, or call again
+"""
+FAILURES = """c: failed: its image directory /opt/usr/apps/c_img is missing; run 'zelmar-widgets heal'
+c: failed: the database took no change: another process has held it too long, or the disk is full; call again
+c: failed: it has been removed from the database meanwhile; add it again
+c: failed: the database could not be asked; see 'journalctl -t ZELMAR_INSTALLER', then call again
+zelmar-widgets: the result line of zelmar-frontend is not understood: c; install both programs from one release
+zelmar-widgets: the result line of zelmar-frontend is not understood: ; install both programs from one release
+zelmar-widgets: /opt/zelmar-frontend was ended by signal 9; run 'zelmar-widgets heal'
+zelmar-widgets: /opt/zelmar-frontend: Why; see 'journalctl -t ZELMAR_INSTALLER', then call again
+"""
 
 
 def shell(script, folder):
@@ -93,20 +122,19 @@ class WidgetsTest(TelevisionTest):
 
     def test_installing_and_readers_without_privileges(self):
         DATABASE.unlink()
-        self.assertIn("'zelmar-widgets init' creates it", self.call(3, "status"))
-        for status, *words in ((0, "init"), (0, "add", "a", "--app", "t.a"), (0, "init"),
-                               (2, "add", "a", "--app", "t.b"), (2, "add", "b", "--app", "t.a"), (2, "add", "b"),
-                               (2, "add", "b/c", "--app", "t.c"), (2, "add", "", "--app", "t.c"),
-                               (0, "add", "--on-device", "--app=t.d", "--", "-d")):
-            self.call(status, *words)
+        told = "".join(self.call(status, *words) for status, *words in (
+            (3, "status"), (0, "init"), (0, "add", "a", "--app", "t.a"), (0, "init"), (2, "add", "a", "--app", "t.b"),
+            (2, "add", "b", "--app", "t.a"), (2, "add", "b"), (2, "add", "b/c", "--app", "t.c"),
+            (2, "add", "", "--app", "t.c"), (0, "add", "--on-device", "--app=t.d", "--", "-d")))
         shell("chmod 444 widgets.db && chmod 555 .", DATABASE.parent)
-        self.assertIn("permission denied on /opt/", self.call(3, "plug", STICK, before=PLAIN))
+        self.assertEqual(INSTALLING, told + self.call(3, "plug", STICK, before=PLAIN))
         for change in "", "PRAGMA wal_checkpoint":  # who closes the database last leaves no log to read
             self.device.sql(change)
             self.assertEqual({"a": ABSENT, "-d": LOCAL}, self.shown(before=PLAIN))
 
         self.device.content("a", ["image"])
         self.call(0, "plug", STICK)
+        shell("rm -r a_img", APPS)
         self.call(0, "remove", "a")
         (APPS / "-d_img/page").touch()
         self.assertIn("/opt/usr/apps/-d_img holds other things", self.call(1, "remove", "--", "-d"))
@@ -116,32 +144,27 @@ class WidgetsTest(TelevisionTest):
         before = self.device.widget("a").widget("b").widget("c").state()
         (STICK / "\udcff/a_img").mkdir(parents=True)  # the byte ff, no UTF-8
         subprocess.run(["cp", COMPANION[-1], "/opt/alone"], check=True)
-        for status, message, words, options in (
-                (2, "no directory: '/nowhere';", ["plug", "/nowhere"], {}), (2, "no mount point", ["unplug", ""], {}),
-                (2, "knows no widget 'z'", ["status", "a", "z"], {}), (2, "'z'", ["remove", "z"], {}),
-                (2, "no command", [], {}), (2, "zork", ["zork"], {}), (2, "MOUNT_POINT", ["plug"], {}),
-                (3, "Not well-formed UTF-8", ["plug", STICK / "\udcff"], {}),
-                (3, "/opt/zelmar-frontend: No such file", ["plug", STICK], {"executable": "/opt/alone"}),
-                (3, "cannot write to standard output", ["status"], {"stdout": os.open("/dev/full", os.O_WRONLY)}),
-                (3, "cannot write to standard output", ["status"], {"preexec_fn": lambda: os.close(1)})):
-            self.assertIn(message, self.call(status, *words, **options))
+        self.assertIn("Not well-formed UTF-8: /opt/storage/usb/sda1/\\xff;", self.call(3, "plug", STICK / "\udcff"))
+        told = "".join(self.call(status, *words, **options) for status, words, options in (
+            (2, ["plug", "/nowhere"], {}), (2, ["unplug", ""], {}), (2, ["status", "a", "z"], {}),
+            (2, ["remove", "z"], {}), (2, [], {}), (2, ["zork"], {}), (2, ["plug"], {}),
+            (3, ["plug", STICK], {"executable": "/opt/alone"}),
+            (3, ["status"], {"stdout": os.open("/dev/full", os.O_WRONLY)}),
+            (3, ["status"], {"preexec_fn": lambda: os.close(1)})))
         with held_by_another("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE", 99):
-            self.assertIn("another process has held the database for 5 s", self.call(3, "plug", STICK))
+            self.assertEqual(REFUSALS, told + self.call(3, "plug", STICK))
 
         shell("mv a_img b_img .. && ln -s ../a_img && mkfifo b_img && ln -sf /dev/zero c_img/config.xml", STICK)
         self.assertEqual(f"c: available from {STICK}\n", self.call(0, "plug", STICK))
         before["c"] = self.device.linked("c", ["widget.info", "config.xml.spm"])
         self.assertEqual(before, self.device.state())
-        # What the tool says in words; another stands beside the copied companion.
-        for answer, status, message in (
-                ("echo c,FAIL,Install_Dir_Not_Found:", 1, "c_img is missing; run"),
-                ("echo c,FAIL,Unknown_Error:", 1, "the database took no change"),
-                ("echo c,FAIL,Widget_Is_Not_Installed:", 1, "removed from the database meanwhile"),
-                ("echo c,FAIL,Local_Storage_Used:", 1, "the database could not be asked"),
-                ("echo c,SUCCESS:c,SUCCESS:", 3, "is not understood: c,SUCCESS:c,SUCCESS:;"), ("echo", 3, "understood"),
-                ("kill -9 $$", 3, "ended by signal 9;"), ("echo Why >&2; exit 255", 3, "zelmar-frontend: Why; see")):
-            shell(f"echo '#!/bin/sh\n{answer}' >zelmar-frontend && chmod +x zelmar-frontend", "/opt")
-            self.assertIn(message, self.call(status, "plug", STICK, executable="/opt/alone"))
+        told = ""  # with another tool beside the copied companion
+        for status, script in ((1, "echo c,FAIL,Install_Dir_Not_Found:"), (1, "echo c,FAIL,Unknown_Error:"),
+                               (1, "echo c,FAIL,Widget_Is_Not_Installed:"), (1, "echo c,FAIL,Local_Storage_Used:"),
+                               (3, "echo c"), (3, "echo"), (3, "kill -9 $$"), (3, "echo Why >&2; exit 255")):
+            shell(f"echo '#!/bin/sh\n{script}' >zelmar-frontend && chmod +x zelmar-frontend", "/opt")
+            told += self.call(status, "plug", STICK, executable="/opt/alone")
+        self.assertEqual(FAILURES, told)
         self.device.sql("PRAGMA user_version = 0")
         self.assertIn("schema version 0 instead of 1", self.call(3, "status"))
 
