@@ -12,8 +12,8 @@ import time
 import unittest
 from pathlib import Path
 
-from device import (APPS, DATABASE, METADATA, STICK, Device, Link, Row, SystemLog, TelevisionTest, held_by_another, label,
-                    mounted)
+from device import (APPS, DATABASE, METADATA, STICK, Device, Link, Row, SystemLog, TelevisionTest, held_by_another,
+                    label, mounted)
 
 TOOL = sys.argv[1:]
 INSTRUMENTED = "INSTRUMENTED" in os.environ or len(TOOL) > 1
