@@ -117,7 +117,10 @@ class WidgetsTest(TelevisionTest):
         self.assertEqual(["widget.info"], os.listdir(APPS / "stranger_img"))
         shell("rmdir gone_img && rm left_img/config.xml && touch gone_img left_img/config.xml", APPS)
         self.assertRegex(self.call(1, "heal"), "^gone: failed: not a directory on /opt/usr/apps/gone_img; .*\n")
-        self.assertEqual(["failed", None, "Synlinks_Create_Error"], self.shown(1, ("plug", STICK))["left"][:3])
+        plugged = self.shown(1, ("plug", STICK))
+        self.assertEqual(["failed", None, "Synlinks_Create_Error"], plugged["left"][:3])
+        self.assertEqual(["available", str(STICK), None, f"{STICK}/bare_img holds no image; copy it there, then plug "
+                                                         "again"], plugged["bare"])
         self.assertEqual(ABSENT, self.shown(1)["left"])
 
     def test_installing_and_readers_without_privileges(self):
