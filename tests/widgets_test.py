@@ -74,7 +74,7 @@ class WidgetsTest(TelevisionTest):
     def test_the_life_of_two_sticks(self):
         names = "a", "idle", "heal", "x,FAIL,y:z", "line\nbreak", "-dash", "\x1b[2J", "колобок", "[a,b]"
         absent = dict.fromkeys(names, ABSENT)
-        plugged, one_left = {**dict.fromkeys(absent, WHOLE), "idle": ABSENT}, {**absent, "a": ODDLY}
+        plugged, one_left = {**dict.fromkeys(names, WHOLE), "idle": ABSENT}, {**absent, "a": ODDLY}
         ODD.mkdir(exist_ok=True)
         with mounted(ODD, "-t", "tmpfs", "none"):
             self.device.content("a", ["image"], ODD)
