@@ -54,7 +54,7 @@ class SystemLog:
     def take(self):
         """The lines since the last call, as "<facility + priority> message"."""
         self.socket.sendto(b"end", "/dev/log")  # when it has come, so have all before it
-        self.received = list(iter(self.lines.get, "end"))
+        self.received = list(iter(lambda: self.lines.get(timeout=20), "end"))
         return self.received
 
 

@@ -40,6 +40,8 @@ zelmar-widgets: cannot write to standard output; free some space, or redirect it
 zelmar-widgets: another process has held the database for 5 s; end that process, or call again
 """
 FAILURES = """c: failed: its image directory /opt/usr/apps/c_img is missing; run 'zelmar-widgets heal'
+c: failed: a link in /opt/usr/apps/c_img could not be made or labelled; move away what stands there, or see \
+'journalctl -t ZELMAR_INSTALLER'; then call again
 c: failed: the database took no change: another process has held it too long, or the disk is full; call again
 c: failed: it has been removed from the database meanwhile; add it again
 c: failed: the database could not be asked; see 'journalctl -t ZELMAR_INSTALLER', then call again
@@ -162,9 +164,9 @@ class WidgetsTest(TelevisionTest):
         before["c"] = self.device.linked("c", ["widget.info", "config.xml.spm"])
         self.assertEqual(before, self.device.state())
         told = ""  # with another tool beside the copied companion
-        for status, script in ((1, "echo c,FAIL,Install_Dir_Not_Found:"), (1, "echo c,FAIL,Unknown_Error:"),
-                               (1, "echo c,FAIL,Widget_Is_Not_Installed:"), (1, "echo c,FAIL,Local_Storage_Used:"),
-                               (3, "echo c"), (3, "echo"), (3, "kill -9 $$"), (3, "echo Why >&2; exit 255")):
+        for status, script in ((1, "echo c,FAIL,Install_Dir_Not_Found:"), (1, "echo c,FAIL,Synlinks_Create_Error:"),
+                               (1, "echo c,FAIL,Unknown_Error:"), (1, "echo c,FAIL,Widget_Is_Not_Installed:"),
+                               (1, "echo c,FAIL,Local_Storage_Used:"), (3, "echo c"), (3, "echo"), (3, "kill -9 $$"), (3, "echo Why >&2; exit 255")):
             shell(f"echo '#!/bin/sh\n{script}' >zelmar-frontend && chmod +x zelmar-frontend", "/opt")
             told += self.call(status, "plug", STICK, executable="/opt/alone")
         self.assertEqual(FAILURES, told)
