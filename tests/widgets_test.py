@@ -164,9 +164,10 @@ class WidgetsTest(TelevisionTest):
         before["c"] = self.device.linked("c", ["widget.info", "config.xml.spm"])
         self.assertEqual(before, self.device.state())
         told = ""  # with another tool beside the copied companion
-        for status, script in ((1, "echo c,FAIL,Install_Dir_Not_Found:"), (1, "echo c,FAIL,Synlinks_Create_Error:"),
-                               (1, "echo c,FAIL,Unknown_Error:"), (1, "echo c,FAIL,Widget_Is_Not_Installed:"),
-                               (1, "echo c,FAIL,Local_Storage_Used:"), (3, "echo c"), (3, "echo"), (3, "kill -9 $$"), (3, "echo Why >&2; exit 255")):
+        codes = ("Install_Dir_Not_Found", "Synlinks_Create_Error", "Unknown_Error", "Widget_Is_Not_Installed",
+                 "Local_Storage_Used")
+        for status, script in [(1, f"echo c,FAIL,{code}:") for code in codes] + [
+                (3, "echo c"), (3, "echo"), (3, "kill -9 $$"), (3, "echo Why >&2; exit 255")]:
             shell(f"echo '#!/bin/sh\n{script}' >zelmar-frontend && chmod +x zelmar-frontend", "/opt")
             told += self.call(status, "plug", STICK, executable="/opt/alone")
         self.assertEqual(FAILURES, told)
