@@ -131,6 +131,7 @@ class WidgetsTest(TelevisionTest):
             (3, "status"), (0, "init"), (0, "add", "a", "--app", "t.a"), (0, "init"), (2, "add", "a", "--app", "t.b"),
             (2, "add", "b", "--app", "t.a"), (2, "add", "b"), (2, "add", "b/c", "--app", "t.c"),
             (2, "add", "", "--app", "t.c"), (0, "add", "--on-device", "--app=t.d", "--", "-d")))
+        self.assertEqual({"widgets.db", "widgets.db-wal", "widgets.db-shm"}, set(os.listdir(DATABASE.parent)))
         shell("chmod 444 widgets.db && chmod 555 .", DATABASE.parent)
         self.assertEqual(INSTALLING, told + self.call(3, "plug", STICK, before=PLAIN))
         for change in "", "PRAGMA wal_checkpoint":  # who closes the database last leaves no log to read
