@@ -172,8 +172,11 @@ class WidgetsTest(TelevisionTest):
             shell(f"echo '#!/bin/sh\n{script}' >zelmar-frontend && chmod +x zelmar-frontend", "/opt")
             told += self.call(status, "plug", STICK, executable="/opt/alone")
         self.assertEqual(FAILURES, told)
-        self.device.sql("PRAGMA user_version = 0")
-        self.assertIn("schema version 0 instead of 1", self.call(3, "status"))
+        for spoil, reason in (("sqlite3 widgets.db 'PRAGMA user_version = 0'", "schema version 0 instead of 1"),
+                              ("echo Some other file >widgets.db", "file is not a database")):
+            shell(spoil, DATABASE.parent)
+            self.assertEqual(f"zelmar-widgets: {DATABASE}: {reason}; restore it, or move it away and run "
+                             "'zelmar-widgets init'\n", self.call(3, "status"))
 
     def test_several_at_once(self):
         for name in [f"w{number}" for number in range(100)]:
