@@ -85,7 +85,6 @@ class WidgetsTest(TelevisionTest):
                     self.device.widget(name)
                 shell("rm -r idle_img", STICK)
                 for command, stick, folder, after in (("plug", STICK, "/", plugged),
-                                                      ("unplug", str(STICK)[:-1], "/", plugged),
                                                       ("plug", ODD, "/", {**plugged, "a": ODDLY}),
                                                       ("unplug", f"{STICK.name}/", STICK.parent, one_left),
                                                       ("plug", f"../{STICK.name}/", ODD, plugged)):
@@ -93,6 +92,8 @@ class WidgetsTest(TelevisionTest):
                     self.assertEqual(after, self.shown())
                 self.assertEqual(TABLE, self.call(0, "status", "[a,b]", "line\nbreak", "колобок"))
                 self.device.sql("UPDATE widget SET installed_on_usb = 0 WHERE kx_app_id = 'heal'")
+            self.call(0, "unplug", str(STICK)[:-1])  # another's name, though the same begins it
+            self.assertEqual([*WHOLE[:3], ["content-gone"]], self.shown(1)["-dash"])
             self.call(0, "unplug", STICK)
             self.assertEqual({**one_left, "heal": LOCAL}, self.shown())
         self.assertEqual("a: unavailable\n", self.call(0, "heal"))
@@ -184,9 +185,11 @@ class WidgetsTest(TelevisionTest):
         cleared = self.shown()
         lock = open("/run/zelmar-widgets.lock", "w")
         fcntl.flock(lock, fcntl.LOCK_EX)
-        with self.start("plug", STICK) as waiting, lock:  # the lock ends first
+        waiting = [self.start(*words) for words in (("heal",), ("unplug", ODD), ("plug", STICK))]
+        with lock:
             self.assertEqual(len(cleared), self.call(0, "plug", "--dry-run", STICK).count(": planned\n"))
-            self.assertEqual((cleared, None), (self.shown(), waiting.poll()))
+            self.assertEqual((cleared, 3 * [None]), (self.shown(), [process.poll() for process in waiting]))
+        self.assertEqual(3 * [""], [process.communicate(timeout=9)[1] for process in waiting])
         for _ in range(5):
             with self.start("plug", STICK) as one, self.start("plug", ODD) as other:
                 self.assertEqual((0, 0), (one.wait(), other.wait()))
