@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "widget_files.h"
-
 namespace ZelmarWidgets {
 
 namespace {
@@ -62,17 +60,16 @@ Failure unknownWidget(const std::string& identifier)
     return {BAD_COMMAND_LINE, "the database knows no widget '" + identifier + "'; 'zelmar-widgets status' lists them"};
 }
 
-std::string causeOf(const std::string& code, const std::string& identifier)
+std::string causeOf(const std::string& code, const std::string& imageDirectory)
 {
-    const std::string directory = imageDirectory(identifier);
     if (code.empty()) {
         return "";
     }
     if (code == ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
-        return "its image directory " + directory + " is missing; run 'zelmar-widgets heal'";
+        return "its image directory " + imageDirectory + " is missing; run 'zelmar-widgets heal'";
     }
     if (code == ZelmarFrontend::ERROR_SYMLINKS_CREATE) {
-        return "a link in " + directory +
+        return "a link in " + imageDirectory +
                " could not be made or labelled; move away what stands there, or see 'journalctl -t ZELMAR_INSTALLER'; "
                "then call again";
     }

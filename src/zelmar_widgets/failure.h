@@ -29,6 +29,6 @@ Failure registryFailure(const ZelmarDB::RegistryError& error);
 Failure unknownWidget(const std::string& identifier);
 
 /** In plain words, what the tool's error code says of the widget, and what to do; empty for a success. */
-std::string causeOf(const std::string& code, const std::string& identifier);
+std::string causeOf(const std::string& code, const std::string& imageDirectory);
 
 }  // namespace ZelmarWidgets

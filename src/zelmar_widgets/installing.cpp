@@ -13,7 +13,6 @@
 #include "failure.h"
 #include "front_end.h"
 #include "instance_lock.h"
-#include "plugging.h"
 #include "widget_files.h"
 
 namespace fs = std::filesystem;
@@ -69,7 +68,7 @@ void remove(const std::string& identifier)
     }
     for (const auto& [widget, code] : makeUnavailable({identifier})) {
         if (!code.empty() && code != ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
-            throw Failure(SOME_WIDGET_WRONG, widget + " is not removed: " + causeOf(code, widget));
+            throw Failure(SOME_WIDGET_WRONG, widget + " is not removed: " + causeOf(code, imageDirectory(widget)));
         }
     }
     ZelmarDB::unregisterWidget(identifier);

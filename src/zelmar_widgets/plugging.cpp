@@ -4,7 +4,6 @@
 
 #include <platform/widget_registry.h>
 #include <unistd.h>
-#include <zelmar_frontend_constants.h>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -59,7 +58,8 @@ bool leadsElsewhere(const std::string& identifier, const std::string& stick)
 void unplugAll(const Identifiers& identifiers, Report& report)
 {
     for (const auto& [identifier, code] : makeUnavailable(identifiers)) {
-        report[identifier] = {identifier, code.empty() ? "unavailable" : "failed", causeOf(code, identifier), code};
+        report[identifier] = {identifier, code.empty() ? "unavailable" : "failed",
+                              causeOf(code, imageDirectory(identifier)), code};
     }
 }
 
@@ -74,7 +74,7 @@ void plugAll(const std::string& stick, const Identifiers& identifiers, Report& r
     Identifiers failed;
     for (const auto& [identifier, code] : makeAvailable(stick, identifiers)) {
         if (!code.empty()) {
-            report[identifier] = {identifier, "failed", causeOf(code, identifier), code};
+            report[identifier] = {identifier, "failed", causeOf(code, imageDirectory(identifier)), code};
             failed.push_back(identifier);
             continue;
         }
