@@ -40,19 +40,31 @@ Failure systemFailure(int error, const std::string& what)
 
 Failure registryFailure(const ZelmarDB::RegistryError& error)
 {
+    using ZelmarDB::RegistryFault;
     const std::string reason = error.what();
-    switch (error.error()) {
-        case 0:
-            return {COULD_NOT_WORK, reason + "; restore it, or move it away and run 'zelmar-widgets init'"};
-        case EBUSY:
-            return {COULD_NOT_WORK, reason + "; end that process, or call again"};
-        case EEXIST:
-            return {BAD_COMMAND_LINE, reason + "; choose another, or remove that widget first"};
-        case ENOENT:
+    switch (error.fault()) {
+        case RegistryFault::MISSING:
             return {COULD_NOT_WORK, reason + "; 'zelmar-widgets init' creates it"};
-        default:
-            return {COULD_NOT_WORK, reason + adviceFor(error.error())};
+        case RegistryFault::FORBIDDEN:
+            return {COULD_NOT_WORK, reason + adviceFor(EACCES)};
+        case RegistryFault::READ_ONLY:
+            return {COULD_NOT_WORK, reason + adviceFor(EROFS)};
+        case RegistryFault::HELD:
+            return {COULD_NOT_WORK, reason + "; end that process, or call again"};
+        case RegistryFault::FULL:
+            return {COULD_NOT_WORK, reason + adviceFor(ENOSPC)};
+        case RegistryFault::TAKEN:
+            return {BAD_COMMAND_LINE, reason + "; choose another, or remove that widget first"};
+        case RegistryFault::OLDER_VERSION:
+        case RegistryFault::NEWER_VERSION:
+        case RegistryFault::FOREIGN:
+        case RegistryFault::DAMAGED:
+            return {COULD_NOT_WORK, reason + "; restore it, or move it away and run 'zelmar-widgets init'"};
+        case RegistryFault::EXHAUSTED:
+        case RegistryFault::INPUT_OUTPUT:
+            break;
     }
+    return {COULD_NOT_WORK, reason + adviceFor(EIO)};
 }
 
 Failure unknownWidget(const std::string& identifier)

@@ -3,8 +3,8 @@
 #include "widget_files.h"
 
 #include <fcntl.h>
+#include <platform/widget_registry.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 #include <zelmar_frontend_constants.h>
 #include <cerrno>
@@ -45,17 +45,6 @@ std::optional<std::string> readLink(const std::string& path)
     }
     requirePermission(path);
     return std::nullopt;
-}
-
-/** False only where the link surely has no label, or another. */
-bool isLabelled(const std::string& link)
-{
-    char label[2];
-    const ssize_t length = lgetxattr(link.c_str(), "security.SMACK64", label, sizeof label);
-    if (length >= 0) {
-        return length == 1 && label[0] == '_';
-    }
-    return errno != ENODATA && errno != ERANGE;
 }
 
 }  // namespace
@@ -102,7 +91,7 @@ std::vector<Link> linksOf(const std::string& identifier)
     for (const std::string& name : linkNames(identifier)) {
         const std::string link = imageDirectory(identifier) + "/" + name;
         if (const auto target = readLink(link)) {
-            links.push_back({name, *target, isLabelled(link)});
+            links.push_back({name, *target, ZelmarDB::isLabelled(link)});
         }
     }
     return links;

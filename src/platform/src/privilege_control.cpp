@@ -10,6 +10,8 @@
 #include <cstring>
 #include <string>
 
+#include "label_attribute.h"
+
 namespace {
 
 constexpr int PATH_TYPE_WITH_LABEL = 0;
@@ -26,7 +28,7 @@ int labelLink(int link, const char* label)
     }
     // The only way to set an attribute through a descriptor opened with O_PATH.
     const std::string openLink = "/proc/self/fd/" + std::to_string(link);
-    return setxattr(openLink.c_str(), "security.SMACK64", label, std::strlen(label), 0) == 0 ? 0 : errno;
+    return setxattr(openLink.c_str(), LABEL_ATTRIBUTE, label, std::strlen(label), 0) == 0 ? 0 : errno;
 }
 
 }  // namespace

@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <platform/dpl.h>
 #include <platform/widget_registry.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 
+#include "label_attribute.h"
 #include "widget_database.h"
 #include "widget_db.h"
 
@@ -20,25 +22,47 @@ namespace {
 
 constexpr int PATIENCE_SECONDS = 5;
 
+RegistryFault faultOf(int error)
+{
+    switch (error) {
+        case ENOENT:
+            return RegistryFault::MISSING;
+        case EACCES:
+        case EPERM:
+            return RegistryFault::FORBIDDEN;
+        case EROFS:
+            return RegistryFault::READ_ONLY;
+        case ENOSPC:
+            return RegistryFault::FULL;
+        case EMFILE:
+        case ENFILE:
+        case ENOMEM:
+            return RegistryFault::EXHAUSTED;
+        default:
+            return RegistryFault::INPUT_OUTPUT;
+    }
+}
+
 RegistryError systemError(int error, const std::string& path)
 {
     if (error == ENOENT) {
-        return {"there is no database " + path, error};
+        return {RegistryFault::MISSING, "there is no database " + path};
     }
     std::string reason = std::strerror(error);
     reason[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(reason[0])));
-    return {reason + " on " + path, error};
+    return {faultOf(error), reason + " on " + path};
 }
 
 RegistryError databaseError(const SQLite::Exception& e)
 {
     switch (e.getErrorCode()) {
         case SQLITE_BUSY:
-            return {"another process has held the database for " + std::to_string(PATIENCE_SECONDS) + " s", EBUSY};
+            return {RegistryFault::HELD,
+                    "another process has held the database for " + std::to_string(PATIENCE_SECONDS) + " s"};
         case SQLITE_FULL:
             return systemError(ENOSPC, DATABASE_FILE);
         default:
-            return {std::string(DATABASE_FILE) + ": " + e.what(), 0};
+            return {RegistryFault::DAMAGED, std::string(DATABASE_FILE) + ": " + e.what()};
     }
 }
 
@@ -97,7 +121,7 @@ std::vector<RegisteredWidget> registeredWidgets(RegistryAccess access)
             const std::string identifier = statement.getColumn(0).getString();
             const std::string application = statement.getColumn(1).getString();
             if (isNameable(identifier) && isNameable(application)) {
-                widgets.push_back({identifier, statement.getColumn(2).getInt() != 0,
+                widgets.push_back({identifier, application, statement.getColumn(2).getInt() != 0,
                                    statement.getColumn(3).getInt() != 0, statement.getColumn(4).getString()});
             }
         }
@@ -120,9 +144,9 @@ void registerWidget(const std::string& identifier, const std::string& applicatio
     } catch (const SQLite::Exception& e) {
         if (e.getExtendedErrorCode() == SQLITE_CONSTRAINT_UNIQUE) {
             const bool sameIdentifier = std::strstr(e.what(), "kx_app_id") != nullptr;
-            throw RegistryError(sameIdentifier ? "the database has a widget " + identifier + " already"
-                                               : "the application " + application + " belongs to another widget",
-                                EEXIST);
+            throw RegistryError(RegistryFault::TAKEN,
+                                sameIdentifier ? "the database has a widget " + identifier + " already"
+                                               : "the application " + application + " belongs to another widget");
         }
         throw databaseError(e);
     }
@@ -167,6 +191,12 @@ void createRegistry()
     } catch (const SQLite::Exception& e) {
         throw databaseError(e);
     }
+}
+
+bool isLabelled(const std::string& link)
+{
+    char label[2];
+    return lgetxattr(link.c_str(), LABEL_ATTRIBUTE, label, sizeof label) == 1 && label[0] == '_';
 }
 
 }  // namespace ZelmarDB

@@ -6,23 +6,40 @@
 #include <string>
 #include <vector>
 
-// The widget database as a whole, for programs that administer it. Optional: the tool does without, `zelmar-widgets`
-// does not.
+// The widget database as a whole, and the labels of links, for programs that administer them. Optional: the tool does
+// without, `zelmar-widgets` does not.
 namespace ZelmarDB {
 
-/** Says for people what failed on what. `error` is the system's number for it, or 0 if it has none. */
+/** Why the database cannot be used: what to do about it depends on this alone. */
+enum class RegistryFault {
+    MISSING,
+    FORBIDDEN,      // for this user
+    READ_ONLY,      // for everybody
+    HELD,           // by another process, for too long
+    EXHAUSTED,      // no memory or no file descriptor left
+    INPUT_OUTPUT,   // the disk does not read or write
+    FULL,           // the disk has no room
+    OLDER_VERSION,  // than this program's
+    NEWER_VERSION,
+    FOREIGN,  // no widget database
+    DAMAGED,
+    TAKEN,  // another widget has the identifier or the application
+};
+
+/** Says for people what failed on what. */
 class RegistryError : public std::runtime_error {
 public:
-    RegistryError(const std::string& message, int error) : std::runtime_error(message), m_error(error) {}
+    RegistryError(RegistryFault fault, const std::string& message) : std::runtime_error(message), m_fault(fault) {}
 
-    int error() const noexcept { return m_error; }
+    RegistryFault fault() const noexcept { return m_fault; }
 
 private:
-    int m_error;
+    RegistryFault m_fault;
 };
 
 struct RegisteredWidget {
     std::string identifier;
+    std::string application;
     bool installedOnUsb;
     bool available;
     std::string storagePath;  // empty: none
@@ -32,12 +49,11 @@ enum class RegistryAccess { READ, CHANGE };
 
 /**
  * All widgets with an identifier that a command line can name, sorted by it. Whoever may read the database may ask for
- * READ; CHANGE fails where the database cannot be changed. Throws RegistryError, as all of these do: ENOENT if there is
- * no database, EBUSY if another process has held it too long.
+ * READ; CHANGE fails where the database cannot be changed. Throws RegistryError, as all of these do.
  */
 std::vector<RegisteredWidget> registeredWidgets(RegistryAccess access);
 
-/** EEXIST: another widget has the identifier or the application. The widget is on the disk when this returns. */
+/** TAKEN: another widget has the identifier or the application. The widget is on the disk when this returns. */
 void registerWidget(const std::string& identifier, const std::string& application, bool onUsb);
 
 /** The widget is gone from the disk when this returns; an unknown one is no failure. */
@@ -45,5 +61,8 @@ void unregisterWidget(const std::string& identifier);
 
 /** Creates the database, whole or not at all; one that is there stays as it is. */
 void createRegistry();
+
+/** Whether the link itself surely carries the label that the tool gives to links. */
+bool isLabelled(const std::string& link);
 
 }  // namespace ZelmarDB
