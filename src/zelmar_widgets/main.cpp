@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include <fcntl.h>
 #include <platform/widget_registry.h>
-#include <unistd.h>
+#include <standard_descriptors.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
@@ -73,16 +72,6 @@ ExitStatus tell(const std::vector<ReportLine>& lines, bool json)
     return std::all_of(lines.begin(), lines.end(), [](const ReportLine& line) { return line.advice.empty(); })
                ? ALL_WELL
                : SOME_WIDGET_WRONG;
-}
-
-/** Fills closed standard descriptors, so that no file opened later takes the place of one. */
-void fillStandardDescriptors()
-{
-    int file = 0;
-    do {
-        file = open("/dev/null", O_RDONLY);
-    } while (file >= 0 && file <= STDERR_FILENO);
-    close(file);
 }
 
 /**
@@ -184,7 +173,7 @@ int main(int argc, char** argv)
 {
     // A reader that went away must show up as a failed write.
     std::signal(SIGPIPE, SIG_IGN);
-    fillStandardDescriptors();
+    ZelmarFrontend::fillStandardDescriptors();
     std::ios::sync_with_stdio(false);
     try {
         CLI::App app("Looks after the widgets on USB sticks: what is available, from where, and what is wrong.",
