@@ -51,12 +51,12 @@ std::optional<std::string> readLink(const std::string& path)
 
 std::string imageDirectory(const std::string& identifier)
 {
-    return ZelmarFrontend::INSTALLATION_ROOT + "/" + identifier + "_img";
+    return ZelmarFrontend::INSTALLATION_ROOT + "/" + ZelmarFrontend::imageDirectoryName(identifier);
 }
 
 std::string contentDirectory(const std::string& stick, const std::string& identifier)
 {
-    return stick + (stick == "/" ? "" : "/") + identifier + "_img";
+    return stick + (stick == "/" ? "" : "/") + ZelmarFrontend::imageDirectoryName(identifier);
 }
 
 std::string stickOf(const std::string& directory, const std::string& identifier)
@@ -74,7 +74,7 @@ std::string stickOf(const std::string& directory, const std::string& identifier)
 
 std::string imageName(const std::string& identifier)
 {
-    return identifier + ".img";
+    return ZelmarFrontend::imageFileName(identifier);
 }
 
 std::vector<std::string> linkNames(const std::string& identifier)
