@@ -26,11 +26,8 @@ TRACE = Path("/opt/trace")
 # Up to how many widgets each is counted, and timed beside the tool: beyond that, a widget costs the same.
 COUNTED_UP_TO = {"tool": 10000, "floor": 10000, "peer": 100}
 TIMED_UP_TO = {"peer": 10000, "loop": 100}
-# For each widget after the first; at 1 widget, of the run.
-COUNTS = ("system_calls", "bytes_written", "instructions")
-SYNCS = ("fsync", "fdatasync", "syncfs", "sync")
-# The quartiles of the tool's time by that of the contestant.
-RATIOS = ("low", "median", "high")
+COUNTS = ("system_calls", "log_lines", "bytes_written", "instructions")
+RATIOS = ("low", "median", "high")  # the quartiles
 COLUMNS = ("commit", "file_system", "action", "widgets", "contestant", *COUNTS, "syncs", *RATIOS)
 FILE_SYSTEM = subprocess.check_output(["findmnt", "-no", "FSTYPE", "-T", "/opt"], text=True).strip()
 
@@ -70,7 +67,8 @@ def install(count):
     with closing(sqlite3.connect(TEMPLATE)) as database:
         database.executescript(SCHEMA.read_text())
         database.executemany("INSERT INTO widget (tizen_app_id, kx_app_id, installed_on_usb, external_storage_path)"
-                             " VALUES (?, ?, 1, ?)", [(f"t.{name}", name, f"{STICK}/{name}_img") for name in names(count)])
+                             " VALUES (?, ?, 1, ?)",
+                             [(f"t.{name}", name, f"{STICK}/{name}_img") for name in names(count)])
         database.execute("UPDATE widget SET external_storage_path = ''")
         database.commit()
 
@@ -110,24 +108,27 @@ def run(*words):
 
 
 def act(count, words, under=()):
-    """Runs both actions on a database of their own, and yields the seconds of each once it has run."""
+    """Runs both actions on a database of their own, and yields the name and the seconds of each once it has run."""
     for left in DATABASE.parent.glob(f"{DATABASE.name}*"):
         left.unlink()
     shutil.copyfile(TEMPLATE, DATABASE)
     for action, arguments in actions(count).items():
         if FILE_SYSTEM != "tmpfs":
             os.sync()  # what was written before is not for this run to wait for
-        yield action, run(*under, *words, *arguments)
+        seconds = run(*under, *words, *arguments)
         check(count, action == "available")
+        yield action, seconds
 
 
 def count_calls(count, words):
-    """Yields for each action how often it makes each system call, and how many bytes it writes to files."""
+    """Yields for each action what it asks of the system."""
     for action, _ in act(count, words, under=("strace", "-fqq", "-s0", "-o", TRACE)):
         trace = TRACE.read_text()
         calls = Counter(re.findall(r"^\d+ +(\w+)\(", trace, re.M))
-        written = map(int, re.findall(r"^\d+ .*\bp?write(?:64|v)?(?:\(| resumed).* = (\d+)$", trace, re.M))
-        yield action, calls, sum(written)
+        written = re.findall(r"^\d+ .*\bp?write(?:64|v)?(?:\(| resumed).* = (\d+)$", trace, re.M)
+        yield action, {"system_calls": calls.total(), "log_lines": calls["sendto"],
+                       "bytes_written": sum(map(int, written)),
+                       "syncs": sum(calls[name] for name in ("fsync", "fdatasync", "syncfs", "sync"))}
 
 
 def count_instructions(count, words):
@@ -137,22 +138,19 @@ def count_instructions(count, words):
              "--trace-children=yes", "--callgrind-out-file=/dev/null", f"--log-file={TRACE}.%p")
     for action, _ in act(count, words, under):
         logs = list(TRACE.parent.glob(f"{TRACE.name}.*"))
-        instructions = sum(int(number) for log in logs
-                           for number in re.findall("Collected : ([0-9]+)", log.read_text()))
+        collected = [re.findall("Collected : ([0-9]+)", log.read_text()) for log in logs]
         for log in logs:
             log.unlink()
-        yield action, instructions
+        yield action, {"instructions": sum(int(number) for numbers in collected for number in numbers)}
 
 
-def counts(count, words):
-    """What a run of each action does, and how many lines it logs."""
-    return {action: (dict(zip(COUNTS, (calls.total(), written, instructions))),
-                     sum(calls[name] for name in SYNCS), calls["sendto"])
-            for (action, calls, written), (_, instructions) in
-            zip(list(count_calls(count, words)), count_instructions(count, words))}
+def count_all(count, words):
+    """For each action all its counts."""
+    calls, instructions = dict(count_calls(count, words)), dict(count_instructions(count, words))
+    return {action: calls[action] | instructions[action] for action in calls}
 
 
-def ratios(count, runs, words, rival):
+def compare(count, runs, words, rival):
     """For each action the quartiles of the ratios of the tool's time to that of the rival, right after it."""
     pairs = [(dict(act(count, words)), dict(act(count, rival))) for _ in range(runs)]
     return {action: statistics.quantiles([ours[action] / theirs[action] for ours, theirs in pairs], n=4)
@@ -164,7 +162,7 @@ def main():
     parser.add_argument("--build", type=Path, required=True)
     parser.add_argument("--commit", required=True)
     parser.add_argument("--runs", type=int, required=True, help="of each pair that is timed")
-    parser.add_argument("widgets", type=int, nargs="+", help="how many, 1 first")
+    parser.add_argument("widgets", type=int, nargs="+", help="how many, first 1")
     arguments = parser.parse_args()
     contestants = {"tool": [arguments.build / "zelmar-frontend"], "floor": [arguments.build / "bench/floor"],
                    "peer": [HERE / "peer", INPUTS, DATABASE], "loop": [HERE / "loop", DATABASE]}
@@ -180,25 +178,24 @@ def main():
         print(f"bench: {FILE_SYSTEM}, {count} widgets", file=sys.stderr)
         install(count)
         rows = {(action, who): {} for action in actions(count) for who in contestants}
-        lines = {}
-        for who in contestants:
-            if FILE_SYSTEM != "tmpfs" or count > COUNTED_UP_TO.get(who, 0):
-                continue
-            for action, (found, syncs, lines[action, who]) in counts(count, contestants[who]).items():
-                base = first.setdefault((action, who), found)
-                each = {name: f"{(found[name] - base[name]) / (count - 1):.1f}" for name in found} if count > 1 else found
-                rows[action, who].update(each, syncs=syncs)
-        for who in contestants:
+        for who, words in contestants.items():
+            if FILE_SYSTEM == "tmpfs" and count <= COUNTED_UP_TO.get(who, 0):
+                for action, found in count_all(count, words).items():
+                    rows[action, who] |= found
+                    if count > 1:  # for each widget after the first
+                        rows[action, who] |= {name: f"{(found[name] - first[action, who][name]) / (count - 1):.1f}"
+                                              for name in COUNTS}
+                    first.setdefault((action, who), found)
             if count <= TIMED_UP_TO.get(who, 0):
-                for action, quartiles in ratios(count, arguments.runs, contestants["tool"], contestants[who]).items():
-                    rows[action, who].update(zip(RATIOS, (f"{ratio:.3f}" for ratio in quartiles)))
+                for action, quartiles in compare(count, arguments.runs, contestants["tool"], words).items():
+                    rows[action, who] |= {name: f"{ratio:.3f}" for name, ratio in zip(RATIOS, quartiles)}
         for action in actions(count):
-            if lines.get((action, "tool")) != lines.get((action, "floor")):
+            if rows[action, "tool"].get("log_lines") != rows[action, "floor"].get("log_lines"):
                 raise SystemExit("bench: floor.cpp must log as many lines as the tool does; bring it up to date")
         for (action, who), row in rows.items():
             if row:
-                table.writerow(dict(commit=arguments.commit, file_system=FILE_SYSTEM, action=action, widgets=count,
-                                    contestant=who, **row))
+                table.writerow({"commit": arguments.commit, "file_system": FILE_SYSTEM, "action": action,
+                                "widgets": count, "contestant": who, **row})
         sys.stdout.flush()
 
 

@@ -21,8 +21,8 @@ set key outside right center Left reverse samplen 3
 contestants = "peer loop"
 titles = "'to the stock peer' 'to the shell loop'"
 colours = "#d9730d #ad1a72"
-# Of a line of the table: 2 the file system, 3 the action, 4 the number of widgets, 5 the contestant, 10 to 12 quartiles.
+# In a line: 2 the file system, 3 the action, 4 the number of widgets, 5 the contestant, 11 to 13 the quartiles.
 isPoint(n, disk) = strcol(3) eq "available" && strcol(5) eq word(contestants, n) && (strcol(2) ne "tmpfs") == disk
-plot for [disk = 0:1] for [n = 1:2] results using (isPoint(n, disk) ? $4 : NaN):11:10:12 \
+plot for [disk = 0:1] for [n = 1:2] results using (isPoint(n, disk) ? $4 : NaN):12:11:13 \
     with yerrorlines linewidth 2 dashtype 1 + disk pointtype 7 - disk pointsize 0.6 \
     linecolor rgb word(colours, n) title (word(titles, n) . (disk ? ", disk" : ", tmpfs"))
