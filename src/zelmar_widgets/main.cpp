@@ -15,6 +15,7 @@
 #include "installing.h"
 #include "plugging.h"
 #include "report.h"
+#include "watching.h"
 #include "widget_survey.h"
 
 using namespace ZelmarWidgets;
@@ -147,6 +148,9 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
 
     CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
 
+    CLI::App* const watching = app.add_subcommand("watch", "Tell each widget's state, then each change of it");
+    watching->add_flag("--json", request.json, "Print JSON, one object a line");
+
     app.parse(reversedWords(argc, argv));
     if (status->parsed()) {
         return showStatus(request);
@@ -159,6 +163,10 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     }
     if (healing->parsed()) {
         return tell(heal(), false);
+    }
+    if (watching->parsed()) {
+        watch(request.json);
+        return ALL_WELL;
     }
     if (adding->parsed()) {
         add(request.identifier, request.application, !request.onDevice);
