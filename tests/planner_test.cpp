@@ -14,7 +14,7 @@
 
 using namespace ZelmarWidgets;
 using Command = Scope::Command;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 namespace {
 
