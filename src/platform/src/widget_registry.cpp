@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <platform/dpl.h>
 #include <platform/widget_registry.h>
+#include <sqlite3.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 #include <cctype>
