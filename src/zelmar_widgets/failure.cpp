@@ -56,15 +56,21 @@ Failure registryFailure(const ZelmarDB::RegistryError& error)
         case RegistryFault::TAKEN:
             return {BAD_COMMAND_LINE, reason + "; choose another, or remove that widget first"};
         case RegistryFault::OLDER_VERSION:
+            return {COULD_NOT_WORK, reason + "; install the release that made it"};
         case RegistryFault::NEWER_VERSION:
+            return {COULD_NOT_WORK, reason + "; install the release that made it, or a newer one"};
         case RegistryFault::FOREIGN:
         case RegistryFault::DAMAGED:
-            return {COULD_NOT_WORK, reason + "; restore it, or move it away and run 'zelmar-widgets init'"};
+            return {COULD_NOT_WORK,
+                    reason +
+                        "; run 'zelmar-widgets init --replace' for an empty one; or, while no process uses it, put "
+                        "back widgets.db, widgets.db-wal and widgets.db-shm, and remove what the copy lacks"};
         case RegistryFault::EXHAUSTED:
+            return {COULD_NOT_WORK, reason + "; end other processes, then call again"};
         case RegistryFault::INPUT_OUTPUT:
             break;
     }
-    return {COULD_NOT_WORK, reason + adviceFor(EIO)};
+    return {COULD_NOT_WORK, reason + "; remove the cause ('dmesg' tells of a failing disk), then call again"};
 }
 
 Failure unknownWidget(const std::string& identifier)

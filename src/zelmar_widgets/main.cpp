@@ -30,6 +30,7 @@ struct Request {
     bool json = false;
     bool dryRun = false;
     bool onDevice = false;
+    bool replace = false;
 };
 
 /** In the order asked for. Throws Failure if one is missing. */
@@ -73,6 +74,16 @@ ExitStatus tell(const std::vector<ReportLine>& lines, bool json)
     return std::all_of(lines.begin(), lines.end(), [](const ReportLine& line) { return line.advice.empty(); })
                ? ALL_WELL
                : SOME_WIDGET_WRONG;
+}
+
+void createDatabase(bool replace)
+{
+    using ZelmarDB::ExistingRegistry;
+    const auto [created, setAside] = init(replace ? ExistingRegistry::REPLACE : ExistingRegistry::KEEP);
+    for (const std::string& path : setAside) {
+        std::cout << "set aside " << path << '\n';
+    }
+    std::cout << (created ? "created" : "kept") << " the widget database\n";
 }
 
 /** Fills closed standard descriptors, so that no file opened later takes the place of one. */
@@ -146,6 +157,7 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     removing->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
 
     CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
+    creating->add_flag("--replace", request.replace, "Set the database that is there aside");
 
     app.parse(reversedWords(argc, argv));
     if (status->parsed()) {
@@ -165,7 +177,7 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     } else if (removing->parsed()) {
         ZelmarWidgets::remove(request.identifier);
     } else if (creating->parsed()) {
-        init();
+        createDatabase(request.replace);
     } else {
         throw Failure(BAD_COMMAND_LINE, "no command; see 'zelmar-widgets --help'");
     }

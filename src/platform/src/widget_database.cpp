@@ -36,16 +36,12 @@ const char* accessible(const char* file)
 
 }  // namespace
 
-void requireWidgetDatabase(SQLite::Database& database)
+int schemaVersion(SQLite::Database& database)
 {
     if (database.execAndGet("PRAGMA application_id").getInt() != APPLICATION_ID) {
-        throw SQLite::Exception("not a widget database");
+        throw SQLite::Exception("not a widget database", SQLITE_NOTADB);
     }
-    const int version = database.execAndGet("PRAGMA user_version").getInt();
-    if (version != SCHEMA_VERSION) {
-        throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
-                                std::to_string(SCHEMA_VERSION));
-    }
+    return database.execAndGet("PRAGMA user_version").getInt();
 }
 
 SyncHandle::SyncHandle(const std::string& folder) : m_folder(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
@@ -86,7 +82,11 @@ WidgetDatabase::WidgetDatabase()
     // fold.
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 
-    requireWidgetDatabase(m_database);
+    const int version = schemaVersion(m_database);
+    if (version != SCHEMA_VERSION) {
+        throw SQLite::Exception("schema version " + std::to_string(version) + " instead of " +
+                                std::to_string(SCHEMA_VERSION));
+    }
     if (m_database.execAndGet("PRAGMA journal_mode = WAL").getString() != "wal") {
         throw SQLite::Exception("no write-ahead log");
     }

@@ -12,8 +12,11 @@ constexpr char DATABASE_FILE[] = "/opt/usr/zelmar/widgets.db";
 constexpr int APPLICATION_ID = 0x5a4b5857;  // as widget_db.sql sets it
 constexpr int SCHEMA_VERSION = 1;
 
-/** Throws SQLite::Exception if the tables are not ours, or of another version. */
-void requireWidgetDatabase(SQLite::Database& database);
+/**
+ * The version of the schema that the database has. Throws SQLite::Exception, with SQLITE_NOTADB where it is not a
+ * widget database.
+ */
+int schemaVersion(SQLite::Database& database);
 
 /**
  * A folder by which its file system is synced. Open it before the changes: a sync tells only of the writes that failed
