@@ -24,7 +24,7 @@ const std::string METADATA_FILES[] = {"widget.info", "config.xml", "config.xml.s
 
 sqlite3* database;
 int appsFolder;
-int pagesInLog;
+bool changed;
 
 void must(bool done, const char* step)
 {
@@ -37,20 +37,6 @@ void must(bool done, const char* step)
 // As long as the tool's lines are, and with as many arguments to print.
 #define LOG(format, ...) \
     syslog(LOG_DEBUG, "%s: %s(%d) > " format, "make_widgets_available_action", __func__, __LINE__, ##__VA_ARGS__)
-
-/** Copies the write-ahead log into the database and empties it: links and log are on the disk before that. */
-void foldLog()
-{
-    must(syncfs(appsFolder) == 0, "syncfs");
-    const char* fold = "PRAGMA synchronous = NORMAL; PRAGMA wal_checkpoint(TRUNCATE); PRAGMA synchronous = OFF";
-    must(sqlite3_exec(database, fold, nullptr, nullptr, nullptr) == SQLITE_OK, fold);
-    pagesInLog = 0;
-}
-
-bool logHolds(int mebibytes)
-{
-    return pagesInLog > (mebibytes << 20) / (512 + 24);
-}
 
 class Statement {
 public:
@@ -67,9 +53,7 @@ public:
         sqlite3_bind_text(m_statement, 2, value.data(), static_cast<int>(value.size()), SQLITE_STATIC);
         must(sqlite3_step(m_statement) == SQLITE_DONE, "update");
         sqlite3_reset(m_statement);
-        if (logHolds(7)) {
-            foldLog();
-        }
+        changed = true;
     }
 
     bool next() { return sqlite3_step(m_statement) == SQLITE_ROW; }
@@ -84,20 +68,14 @@ void openDatabase()
     appsFolder = open(APPS.c_str(), O_RDONLY);
     must(sqlite3_open_v2("/opt/usr/zelmar/widgets.db", &database, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK, "open");
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    const auto noteCommit = [](void*, sqlite3*, const char*, int pages) {
-        return pagesInLog = pages, SQLITE_OK;
-    };
-    sqlite3_wal_hook(database, noteCommit, nullptr);
-    must(sqlite3_exec(database, "PRAGMA synchronous = OFF", nullptr, nullptr, nullptr) == SQLITE_OK, "pragma");
+    const char* care =
+        "PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 3906; PRAGMA journal_size_limit = 2000000";
+    must(sqlite3_exec(database, care, nullptr, nullptr, nullptr) == SQLITE_OK, care);
 }
 
 void closeDatabase()
 {
-    if (logHolds(2)) {
-        foldLog();
-    } else if (pagesInLog > 0) {
-        must(syncfs(appsFolder) == 0, "syncfs");
-    }
+    must(!changed || syncfs(appsFolder) == 0, "syncfs");
     sqlite3_close(database);
 }
 
