@@ -2,10 +2,14 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <SQLiteCpp/VariadicBind.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/xattr.h>
 #include <boost/filesystem.hpp>
+#include <cerrno>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include "conformance.h"
 
@@ -27,6 +31,19 @@ bool removeDatabase()
     boost::filesystem::remove_all(FOLDER);
     boost::filesystem::create_directories(FOLDER);
     return existed;
+}
+
+void makeEmptyFile()
+{
+    removeDatabase();
+    std::ofstream{DATABASE_FILE};
+}
+
+std::shared_ptr<void> lockDatabase()
+{
+    auto database = std::make_shared<SQLite::Database>(DATABASE_FILE, SQLite::OPEN_READWRITE);
+    database->exec("BEGIN IMMEDIATE");
+    return database;
 }
 
 void breakDatabase()
@@ -58,6 +75,23 @@ std::string labelOf(const std::string& path)
     char label[100];
     const ssize_t size = lgetxattr(path.c_str(), "security.SMACK64", label, sizeof label);
     return std::string(label, size < 0 ? 0 : static_cast<size_t>(size));
+}
+
+std::string takeLog()
+{
+    static const int log = [] {
+        const int listening = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+        constexpr sockaddr_un address = {AF_UNIX, "/dev/log"};
+        if (bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            throw std::system_error(errno, std::generic_category(), address.sun_path);
+        }
+        return listening;
+    }();
+    std::string lines, line(1 << 20, '\0');
+    for (ssize_t size; (size = recv(log, line.data(), line.size(), 0)) >= 0; lines += '\n') {
+        lines.append(line, 0, static_cast<size_t>(size));
+    }
+    return lines;
 }
 
 }  // namespace Conformance

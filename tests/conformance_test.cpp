@@ -4,126 +4,236 @@
 
 #include "conformance.h"
 
-#include <gtest/gtest.h>
+#include <fcntl.h>
 #include <platform/dlog.h>
-#include <platform/dpl.h>
 #include <platform/privilege_control.h>
-#include <platform/zelmar_dao.h>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <atomic>
 #include <boost/filesystem.hpp>
 #include <boost/optional/optional_io.hpp>
+#include <chrono>
+#include <climits>
 #include <cstdlib>
+#include <iostream>
 #include <set>
+#include <thread>
+
+#include "told.h"
 
 using namespace ZelmarDB;
 using namespace DPL;
-using Failure = KxWidgetDAOReadOnly::Exception;
+namespace fs = boost::filesystem;
 using Path = boost::optional<std::wstring>;
 
-static_assert(std::is_base_of_v<std::exception, Failure::Base>, "main catches nothing else");
+static_assert(std::is_base_of_v<std::exception, KxWidgetDAO::Exception::Base>, "main catches nothing else");
 
 namespace {
 
-const std::string ODD = "'\"`%s%n; DROP \\\nколобок😀";
+const std::string ODD = "'\"`%s%n; DROP \\\nколобок😀", FOLDER = "/opt/usr/apps/conformance_img";
 
-TEST(Database, AnswersChangesAndFails)
+void expectOfEachChange(const char* outcome, const std::wstring& tizenAppId)
 {
-    ASSERT_TRUE(std::getenv("PRIVATE_OPT")) << "This replaces the widget database: run it through tests/private-opt.";
+    EXPECT_EQ(outcome, TELL(KxWidgetDAO::setAvailable(tizenAppId, true)));
+    EXPECT_EQ(outcome, TELL(KxWidgetDAO::setExternalStoragePath(tizenAppId, Path())));
+}
+
+void expectOfEachLookup(const char* outcome, const std::wstring& id)
+{
+    EXPECT_EQ(outcome, TELL(KxWidgetDAO::getTizenAppIdFromKxAppId(id)));
+    EXPECT_EQ(outcome, TELL(KxWidgetDAO::isWidgetInstalled(id)));
+    EXPECT_EQ(outcome, TELL(KxWidgetDAO::getHandleFromTizenAppId(id)));
+}
+
+void expectOfEachHandle(const char* outcome, int handle)
+{
+    EXPECT_EQ(outcome, TELL(KxWidgetDAO(handle).getTizenAppId()));
+    EXPECT_EQ(outcome, TELL(KxWidgetDAO(handle).getKxAppId().has_value()));
+    EXPECT_EQ(outcome, TELL(KxWidgetDAO(handle).isInstalledOnUSB()));
+}
+
+TEST(Database, AnswersAndChanges)
+{
     Conformance::makeDatabase();
     Conformance::putWidget("t.c", "", true);
-    KxDatabase::attachToThreadRW();
-    const KxWidgetDAO bare(KxWidgetDAO::getHandleFromTizenAppId(L"t.c"));
-    EXPECT_FALSE(bare.getKxAppId());
-    EXPECT_FALSE(KxWidgetDAO::isWidgetInstalled(L"t.x"));
-    EXPECT_EQ(-1, KxWidgetDAO::getHandleFromTizenAppId(L"t.x"));
-    EXPECT_THROW(KxWidgetDAO(-1).getTizenAppId(), Failure::WidgetNotExist);
-    EXPECT_THROW(KxWidgetDAO(-1).getKxAppId(), Failure::WidgetNotExist);
-    EXPECT_THROW(KxWidgetDAO(-1).isInstalledOnUSB(), Failure::WidgetNotExist);
-    EXPECT_THROW(KxWidgetDAO::setAvailable(L"t.x", true), Failure::WidgetNotExist);
-    EXPECT_THROW(KxWidgetDAO::setExternalStoragePath(L"t.x", Path()), Failure::WidgetNotExist);
+    expectOfEachLookup("DatabaseError", L"c");  // not attached
+    expectOfEachChange("DatabaseError", L"t.c");
+    ASSERT_EQ("done", TELL(KxDatabase::attachToThreadRW()));
+    EXPECT_EQ("none",
+              TELL(KxWidgetDAO(KxWidgetDAO::getHandleFromTizenAppId(L"t.c")).getKxAppId().get_value_or(L"none")));
+    EXPECT_EQ("false", TELL(KxWidgetDAO::isWidgetInstalled(L"t.x")));
+    EXPECT_EQ("-1", TELL(KxWidgetDAO::getHandleFromTizenAppId(L"t.x")));
+    expectOfEachHandle("WidgetNotExist", -1);
+    expectOfEachChange("WidgetNotExist", L"t.x");
+    expectOfEachLookup("DatabaseError", L"\xd800");
+    expectOfEachChange("DatabaseError", L"\xd800");
 
     std::multiset<std::wstring> available, listed;
     for (const std::string& id : {std::string("a"), std::string("b"), ODD}) {
+        SCOPED_TRACE("widget " + id);
         Conformance::putWidget("t." + id, id, id != "b");
         const std::wstring tizenAppId = *available.insert(FromUTF8String("t." + id));
-        EXPECT_EQ(tizenAppId, KxWidgetDAO::getTizenAppIdFromKxAppId(FromUTF8String(id)));
-        EXPECT_TRUE(KxWidgetDAO::isWidgetInstalled(tizenAppId));
+        EXPECT_EQ("t." + id, TELL(KxWidgetDAO::getTizenAppIdFromKxAppId(FromUTF8String(id))));
+        EXPECT_EQ("true", TELL(KxWidgetDAO::isWidgetInstalled(tizenAppId)));
         const KxWidgetDAO widget(KxWidgetDAO::getHandleFromTizenAppId(tizenAppId));
-        EXPECT_EQ(tizenAppId, widget.getTizenAppId());
-        EXPECT_EQ(id, ToUTF8String(widget.getKxAppId().value()));
-        EXPECT_EQ(id != "b", widget.isInstalledOnUSB());
+        EXPECT_EQ("t." + id, TELL(widget.getTizenAppId()));
+        EXPECT_EQ(id, TELL(widget.getKxAppId().get_value_or(L"none")));
+        EXPECT_EQ(id == "b" ? "false" : "true", TELL(widget.isInstalledOnUSB()));
         for (const Path& path : {Path(FromUTF8String(ODD)), Path(), Path(L"")}) {
-            KxWidgetDAO::setAvailable(tizenAppId, path.has_value());
-            KxWidgetDAO::setExternalStoragePath(tizenAppId, path);
+            EXPECT_EQ("done", TELL(KxWidgetDAO::setAvailable(tizenAppId, path.has_value())));
+            EXPECT_EQ("done", TELL(KxWidgetDAO::setExternalStoragePath(tizenAppId, path)));
             EXPECT_EQ(Conformance::State(path, path.map(ToUTF8String)), Conformance::readWidget("t." + id));
         }
     }
     EXPECT_EQ(Conformance::State(), Conformance::readWidget("t.c")) << "nobody changed it";
     for (const wchar_t* id : {L"", L"x", L"A", L"%"}) {
-        EXPECT_EQ(L"", KxWidgetDAO::getTizenAppIdFromKxAppId(id));
+        EXPECT_EQ("", TELL(KxWidgetDAO::getTizenAppIdFromKxAppId(id))) << ToUTF8String(id);
     }
 
-    KxDatabase::detachFromThread();
-    KxDatabase::attachToThreadRW();
-    KxDatabase::attachToThreadRW();
+    EXPECT_EQ("done", TELL(KxDatabase::detachFromThread()));
+    ASSERT_EQ("done", TELL(KxDatabase::attachToThreadRW()));
     for (const auto& widget : KxWidgetDAOReadOnly::getAvailableWidgets()) {
         listed.insert(widget->getTizenAppId());
     }
     EXPECT_EQ(available, listed);
+    EXPECT_EQ("done", TELL(KxDatabase::detachFromThread()));
+}
 
+TEST(Database, FailsAsPromised)
+{
+    Conformance::makeDatabase();
+    Conformance::putWidget("t.a", "a", true);
+    ASSERT_EQ("done", TELL(KxDatabase::attachToThreadRW()));
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    const rlimit none{0, files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_EQ("done", TELL(KxDatabase::attachToThreadRW())) << "a second attachment must open nothing";
+    setrlimit(RLIMIT_NOFILE, &files);
+
+    if (const auto lock = Conformance::lockDatabase()) {
+        const auto start = std::chrono::steady_clock::now();
+        for (int change = 0; change < 5; ++change) {
+            expectOfEachChange("DatabaseError", L"t.a");
+        }
+        EXPECT_GT(std::chrono::seconds(8), std::chrono::steady_clock::now() - start) << "of 10 changes of widget a";
+    }
+    const int handle = KxWidgetDAO::getHandleFromTizenAppId(L"t.a");
     Conformance::breakDatabase();
-    EXPECT_THROW(KxWidgetDAO::getTizenAppIdFromKxAppId(L"a"), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::isWidgetInstalled(L"t.a"), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::getHandleFromTizenAppId(L"t.a"), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::getAvailableWidgets(), Failure::DatabaseError);
-    EXPECT_THROW(bare.getTizenAppId(), Failure::DatabaseError);
-    EXPECT_THROW(bare.getKxAppId(), Failure::DatabaseError);
-    EXPECT_THROW(bare.isInstalledOnUSB(), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::setAvailable(L"t.a", true), Failure::DatabaseError);
-    EXPECT_THROW(KxWidgetDAO::setExternalStoragePath(L"t.a", Path()), Failure::DatabaseError);
-    KxDatabase::detachFromThread();
-    KxDatabase::detachFromThread();
+    expectOfEachHandle("DatabaseError", handle);
+    expectOfEachLookup("DatabaseError", L"a");
+    expectOfEachChange("DatabaseError", L"t.a");
+    EXPECT_EQ("DatabaseError", TELL(KxWidgetDAO::getAvailableWidgets().size()));
+    EXPECT_EQ("done", TELL(KxDatabase::detachFromThread()));
+    EXPECT_EQ("done", TELL(KxDatabase::detachFromThread())) << "the thread is not attached any more";
 
+    Conformance::makeEmptyFile();
+    EXPECT_EQ("SqlException", TELL(KxDatabase::attachToThreadRW())) << "an empty file is no database";
     EXPECT_TRUE(Conformance::removeDatabase());
-    EXPECT_THROW(KxDatabase::attachToThreadRW(), DPL::DB::SqlConnection::Exception::Base);
+    EXPECT_EQ("SqlException", TELL(KxDatabase::attachToThreadRW()));
     EXPECT_FALSE(Conformance::removeDatabase()) << "the attempt must not make one";
+}
+
+// tests/check-durability traces the system calls between the two marks.
+TEST(Database, IsOnTheDiskAfterTheRun)
+{
+    Conformance::makeDatabase();
+    Conformance::putWidget("t.a", "a", true);
+    fs::create_directories(FOLDER);
+    ASSERT_EQ("done", TELL(KxDatabase::attachToThreadRW()));
+    fs::create_symlink("nowhere", FOLDER + "/mark");
+    EXPECT_EQ("done", TELL(KxWidgetDAO::setAvailable(L"t.a", true)));
+    access("/detaching", F_OK);
+    EXPECT_EQ("done", TELL(KxDatabase::detachFromThread()));
+    access("/detached", F_OK);
+    fs::remove_all(FOLDER);
+}
+
+/** Labels the path; "refused" comes with its text. */
+Told label(const std::string& path, const char* text, int type = 0)
+{
+    const int result = perm_app_setup_path("a", path.c_str(), type, text);
+    const char* const reason = perm_strerror(result);
+    return result == 0 ? Told{"done", ""} : thrown("refused", reason ? reason : "");
 }
 
 TEST(Label, IsThatOfTheLinkItself)
 {
-    const std::string folder = "/opt/usr/apps/conformance_img", link = folder + "/link";
-    boost::filesystem::create_directories(folder);
-    const std::string before = Conformance::labelOf(folder);
-    for (const std::string& target : {folder, folder + "/missing"}) {
-        boost::filesystem::remove(link);
-        boost::filesystem::create_symlink(target, link);
-        for (const char* label : {"other", "_"}) {
-            EXPECT_EQ(0, perm_app_setup_path("a", link.c_str(), 0, label));
-            EXPECT_EQ(label, Conformance::labelOf(link));
+    const std::string link = FOLDER + "/link", file = FOLDER + "/file", missing = FOLDER + "/missing";
+    fs::create_directories(FOLDER);
+    fs::ofstream{file};
+    for (const std::string& target : {FOLDER, file, missing}) {
+        fs::remove(link);
+        fs::create_symlink(target, link);
+        for (const char* text : {"other", "_"}) {
+            EXPECT_EQ("done", label(link, text)) << link << " to " << target;
+            EXPECT_EQ(text, Conformance::labelOf(link));
         }
-        EXPECT_NE(0, perm_app_setup_path("a", link.c_str(), 1, "other"));
-        EXPECT_EQ("_", Conformance::labelOf(link)) << "no such type";
-        const int refusal = perm_app_setup_path("a", target.c_str(), 0, "_");
-        EXPECT_NE(0, refusal) << target << " is no link";
-        EXPECT_STRNE("", perm_strerror(refusal));
+        EXPECT_EQ("refused", label(link, "other", 1)) << "there is no such type";
+        EXPECT_EQ("_", Conformance::labelOf(link));
+        EXPECT_EQ("refused", label(target, "_")) << target << " is no link";
+        EXPECT_EQ("", Conformance::labelOf(target)) << target;
     }
-    EXPECT_EQ(before, Conformance::labelOf(folder));
-    boost::filesystem::remove_all(folder);
+    EXPECT_EQ("refused", label("/proc/self/exe", "_")) << "a link on a file system without labels";
+    for (const int unknown : {INT_MIN, -1, 4711, INT_MAX}) {
+        EXPECT_TRUE(perm_strerror(unknown)) << "perm_strerror(" << unknown << ")";
+    }
+
+    std::atomic<bool> done{false};
+    std::thread swapper([&] {
+        while (!done) {
+            renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE);
+        }
+    });
+    for (int call = 0; call < 20'000; ++call) {
+        label(link, "_");
+    }
+    done = true;
+    swapper.join();
+    for (const std::string& path : {link, file}) {
+        EXPECT_TRUE(fs::is_symlink(path) || Conformance::labelOf(path).empty()) << "a file was put in the link's place";
+    }
+    fs::remove_all(FOLDER);
 }
 
 TEST(Text, IsNeitherChangedNorInterpreted)
 {
-    for (const std::string& text : {std::string(100000, 'x'), std::string("\u0080\u07ff\u0800\uffff\U0010ffff"), ODD}) {
-        EXPECT_EQ(text, ToUTF8String(FromUTF8String(text)));
-        EXPECT_EQ(0, __dlog_print(3, "CONFORMANCE", "%s", text.c_str()));
+    using namespace std::string_literals;
+    for (const std::string& text : {"\u0080\u07ff\u0800\uffff\U0010ffff"s, "a\0b"s, ODD, std::string(100'000, 'x')}) {
+        EXPECT_EQ(text, TELL(FromUTF8String(text)));
     }
-    for (const char* text : {"\x80", "a\xff", "\xc3(", "\xe2\x82", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
-        EXPECT_THROW(FromUTF8String(text), std::exception) << text;
+    for (const char* text : {"\x80", "a\xff", "\xc3(", "\xe2\x82", "\xc0\xaf", "\xe0\x9f\xbf", "\xf0\x8f\xbf\xbf",
+                             "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80"}) {
+        EXPECT_EQ("std::exception", TELL(FromUTF8String(text))) << testing::PrintToString(text);
     }
     for (const wchar_t character : {L'\xd800', L'\xdfff', L'\x110000'}) {
-        EXPECT_THROW(ToUTF8String(std::wstring(1, character)), std::exception) << character;
+        EXPECT_EQ("std::exception", TELL(ToUTF8String(std::wstring(1, character)))) << int(character);
     }
+    EXPECT_EQ("a", KxPathBuilder().Append("a").GetFullPath());
     EXPECT_EQ("/opt/usr/a_img", KxPathBuilder().Append("/opt/usr").Append("a_img").GetFullPath());
     EXPECT_EQ("/opt/" + ODD + "/..", KxPathBuilder("/opt/").Append(ODD).Append("..").GetFullPath());
+    EXPECT_EQ("/opt//usr", KxPathBuilder("/opt").Append("/usr").GetFullPath());
+}
+
+TEST(Log, TakesEachLine)
+{
+    Conformance::takeLog();
+    for (const std::string& text : {std::string("%s%n"), ODD, std::string(100'000, 'x')}) {
+        EXPECT_EQ(0, __dlog_print(3, "CONFORMANCE", "a line of %s", text.c_str()));
+        const std::string taken = Conformance::takeLog(), line = "CONFORMANCE: a line of " + text.substr(0, 4);
+        EXPECT_TRUE(taken.find(line) != std::string::npos)
+            << taken.size() << " bytes were logged: " << taken.substr(0, 99);
+    }
 }
 
 }  // namespace
+
+int main(int argc, char** argv)
+{
+    if (!std::getenv("PRIVATE_OPT")) {
+        std::cerr << "This replaces the widget database and the links: run it through tests/private-opt.\n";
+        return 1;
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
