@@ -4,46 +4,35 @@
 
 #include <gtest/gtest.h>
 #include <platform/zelmar_dao.h>
-#include <ostream>
 #include <string>
 #include <type_traits>
 
-/** What came of an operation: its answer, or the kind of exception with its message. A failed check prints all of it.
- */
-struct Told {
-    std::string outcome;
-    std::string message;
-};
-
-inline bool operator==(const std::string& expected, const Told& told)
-{
-    return expected == told.outcome;
-}
-
-inline std::ostream& operator<<(std::ostream& out, const Told& told)
-{
-    return out << told.outcome << ": " << told.message;
-}
+/** The message of the last exception that told() caught. */
+inline std::string g_message;
 
 /** An exception without a message is never what is expected. */
-inline Told thrown(const std::string& kind, const std::string& message)
+inline std::string thrown(const std::string& kind, const std::string& message)
 {
-    return {message.empty() ? kind + " without a message" : kind, message};
+    g_message = message;
+    return message.empty() ? kind + " without a message" : kind;
 }
 
+/** What came of an operation: its answer, or the kind of exception. */
 template <typename Operation>
-Told told(Operation operation)
+std::string told(Operation operation)
 {
     using Failure = ZelmarDB::KxWidgetDAOReadOnly::Exception;
-    using Answer = decltype(operation());
+    g_message.clear();
     try {
-        if constexpr (std::is_void_v<Answer>) {
+        if constexpr (std::is_void_v<decltype(operation())>) {
             operation();
-            return {"done", ""};
-        } else if constexpr (std::is_same_v<Answer, std::wstring>) {
-            return {DPL::ToUTF8String(operation()), ""};
+            return "done";
+        } else if constexpr (std::is_same_v<decltype(operation()), std::wstring>) {
+            return DPL::ToUTF8String(operation());
+        } else if constexpr (std::is_same_v<decltype(operation()), std::string>) {
+            return operation();
         } else {
-            return {testing::PrintToString(operation()), ""};
+            return testing::PrintToString(operation());
         }
     } catch (const Failure::WidgetNotExist& e) {
         return thrown("WidgetNotExist", e.message());
@@ -54,8 +43,9 @@ Told told(Operation operation)
     } catch (const std::exception& e) {
         return thrown("std::exception", e.what());
     } catch (...) {
-        return {"an unknown exception", ""};
+        return "an unknown exception";
     }
 }
 
-#define TELL(operation) told([&] { return operation; })
+/** A failure prints the operation, what came of it, and the message. */
+#define EXPECT_TOLD(outcome, operation) EXPECT_EQ(outcome, told([&] { return operation; })) << g_message << '\n'
