@@ -70,10 +70,6 @@ TEST(Registry, ListsAddsAndRemoves)
         EXPECT_TOLD("done", unregisterWidget(identifier)) << identifier;
     }
     EXPECT_TOLD("b t.b USB available /b\n", listed(RegistryAccess::READ));
-
-    if (const auto lock = Conformance::lockDatabase()) {
-        EXPECT_FAULT("HELD", unregisterWidget("b"));
-    }
     Conformance::makeEmptyFile();
     EXPECT_FAULT("FOREIGN", listed(RegistryAccess::READ));
     EXPECT_FAULT("FOREIGN", registerWidget("a", "t.a", true));

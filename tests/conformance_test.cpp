@@ -103,12 +103,17 @@ TEST(Database, FailsAsPromised)
     Conformance::makeDatabase();
     Conformance::putWidget("t.a", "a", true);
     EXPECT_TOLD("done", KxDatabase::attachToThreadRW());
-    rlimit files{};
-    getrlimit(RLIMIT_NOFILE, &files);
-    const rlimit none{0, files.rlim_max};
+    const auto openFiles = [] {
+        return std::set<fs::path>(fs::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = openFiles();
+    rlimit some{};
+    getrlimit(RLIMIT_NOFILE, &some);
+    const rlimit none{0, some.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
-    EXPECT_TOLD("done", KxDatabase::attachToThreadRW()) << "a second attachment must open nothing";
-    setrlimit(RLIMIT_NOFILE, &files);
+    EXPECT_TOLD("done", KxDatabase::attachToThreadRW()) << "a second attachment opens nothing";
+    setrlimit(RLIMIT_NOFILE, &some);
+    EXPECT_EQ(before, openFiles()) << "attachToThreadRW(), called again";
 
     if (const auto lock = Conformance::lockDatabase()) {
         const auto start = std::chrono::steady_clock::now();
@@ -177,16 +182,15 @@ TEST(Label, IsThatOfTheLinkItself)
         EXPECT_TRUE(perm_strerror(unknown)) << "perm_strerror(" << unknown << ")";
     }
 
-    std::atomic<bool> done{false};
+    std::atomic<int> swaps{0};
     std::thread swapper([&] {
-        while (!done) {
+        for (; swaps < 50'000; ++swaps) {
             renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE);
         }
     });
-    for (int call = 0; call < 20'000; ++call) {
+    while (swaps < 50'000) {
         label(link, "_");
     }
-    done = true;
     swapper.join();
     for (const std::string& path : {link, file}) {
         EXPECT_TRUE(fs::is_symlink(path) || Conformance::labelOf(path).empty()) << "a file was put in the link's place";

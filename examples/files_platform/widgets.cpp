@@ -142,9 +142,9 @@ auto inDatabase(Operation operation)
 void change(const std::wstring& tizenAppId, const char* field, const boost::optional<std::wstring>& text)
 {
     inDatabase([&] {
+        t_attachment->changed = true;  // even if this fails: the links have changed
         write(requireWidget(widgetWith(APPLICATION, DPL::ToUTF8String(tizenAppId))), field,
               text.map(DPL::ToUTF8String));
-        t_attachment->changed = true;
     });
 }
 

@@ -12,7 +12,7 @@ namespace ZelmarDB {
 
 /** Why the database cannot be used: what to do about it depends on this alone. */
 enum class RegistryFault {
-    MISSING,
+    MISSING,        // nothing is in the database's place
     FORBIDDEN,      // for this user
     READ_ONLY,      // for everybody
     HELD,           // by another process, for too long
@@ -22,8 +22,8 @@ enum class RegistryFault {
     OLDER_VERSION,  // than this program's
     NEWER_VERSION,
     FOREIGN,  // no widget database
-    DAMAGED,
-    TAKEN,  // another widget has the identifier or the application
+    DAMAGED,  // one, but it cannot be read any more
+    TAKEN,    // another widget has the identifier or the application
 };
 
 /** Says for people what failed on what. */
@@ -62,7 +62,7 @@ void unregisterWidget(const std::string& identifier);
 /** Creates the database, whole or not at all; one that is there stays as it is. */
 void createRegistry();
 
-/** Whether the link itself surely carries the label that the tool gives to links. */
+/** Whether the link itself surely carries "_", the label that the tool gives to links. Throws nothing. */
 bool isLabelled(const std::string& link);
 
 }  // namespace ZelmarDB
