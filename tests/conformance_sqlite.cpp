@@ -7,9 +7,9 @@
 #include <sys/xattr.h>
 #include <boost/filesystem.hpp>
 #include <fstream>
-#include <sstream>
 
 #include "conformance.h"
+#include "widget_db.h"
 
 namespace Conformance {
 
@@ -18,9 +18,7 @@ const std::string FOLDER = "/opt/usr/zelmar", DATABASE_FILE = FOLDER + "/widgets
 void makeDatabase()
 {
     removeDatabase();
-    std::ostringstream schema;
-    schema << std::ifstream(SCHEMA).rdbuf();
-    SQLite::Database(DATABASE_FILE, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(schema.str());
+    SQLite::Database(DATABASE_FILE, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(WIDGET_DB_SQL);
 }
 
 bool removeDatabase()
