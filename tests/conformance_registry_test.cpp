@@ -4,6 +4,7 @@
 
 #include <platform/privilege_control.h>
 #include <platform/widget_registry.h>
+#include <poll.h>
 #include <unistd.h>
 #include <boost/filesystem.hpp>
 
@@ -82,6 +83,29 @@ TEST(Registry, IsOnTheDiskAfterEachChange)
     access("/registering", F_OK);
     EXPECT_TOLD("done", registerWidget("a", "t.a", true));
     access("/registered", F_OK);
+}
+
+TEST(Registry, TellsOfEachChange)
+{
+    Conformance::makeDatabase();
+    const auto watch = watchRegistry();
+    if (!watch) {
+        GTEST_SKIP() << "This platform cannot tell of changes.";
+    }
+    const auto tells = [&](int milliseconds) {
+        pollfd descriptor{watch->descriptor(), POLLIN, 0};
+        return poll(&descriptor, 1, milliseconds) == 1;
+    };
+    watch->reset();
+    EXPECT_FALSE(tells(50)) << "nothing has changed";
+    registerWidget("a", "t.a", true);
+    EXPECT_TRUE(tells(5000)) << "registerWidget()";
+    watch->reset();
+    EXPECT_FALSE(tells(50)) << "nothing has changed since the reset";
+    KxDatabase::attachToThreadRW();
+    KxWidgetDAO::setAvailable(L"t.a", true);
+    EXPECT_TRUE(tells(5000)) << "setAvailable()";
+    KxDatabase::detachFromThread();
 }
 
 TEST(Registry, TellsLabelledLinks)

@@ -332,4 +332,9 @@ void createRegistry()
     });
 }
 
+std::unique_ptr<RegistryWatch> watchRegistry()
+{
+    return nullptr;  // zelmar-widgets does without
+}
+
 }  // namespace ZelmarDB
