@@ -107,8 +107,8 @@ TEST(Database, FailsAsPromised)
     EXPECT_TOLD("done", KxDatabase::attachToThreadRW());
     const auto openFiles = [] {
         std::map<fs::path, fs::path> files;
-        for (const fs::path file : fs::directory_iterator("/proc/self/fd")) {
-            files[file] = fs::read_symlink(file);
+        for (const fs::directory_entry& file : fs::directory_iterator("/proc/self/fd")) {
+            files[file.path()] = fs::read_symlink(file.path());
         }
         return files;
     };
