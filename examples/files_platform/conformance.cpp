@@ -88,7 +88,7 @@ std::string takeLog()
     static std::streamoff taken = 0;
     std::ifstream log("/run/zelmar.log");
     log.seekg(taken);
-    const std::string lines(std::istreambuf_iterator<char>(log), {});
+    std::string lines(std::istreambuf_iterator<char>(log), {});
     taken += static_cast<std::streamoff>(lines.size());
     return lines;
 }

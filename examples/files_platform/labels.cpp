@@ -23,15 +23,14 @@ int perm_app_setup_path(const char*, const char* path, int app_path_type, ...)
     }
     // What is labelled is what was opened and seen to be a link, whatever stands at its path by then.
     const int link = open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    if (link < 0) {
+        return errno;
+    }
     const std::string opened = "/proc/self/fd/" + std::to_string(link);
     struct stat status = {};
-    int result = 0;
-    if (link < 0 || fstat(link, &status) != 0) {
-        result = errno;
-    } else if (!S_ISLNK(status.st_mode)) {
-        result = EINVAL;
-    } else if (setxattr(opened.c_str(), ATTRIBUTE, label, std::strlen(label), 0) != 0) {
-        result = errno;
+    int result = EINVAL;
+    if (fstat(link, &status) == 0 && S_ISLNK(status.st_mode)) {
+        result = setxattr(opened.c_str(), ATTRIBUTE, label, std::strlen(label), 0) == 0 ? 0 : errno;
     }
     close(link);
     return result;
