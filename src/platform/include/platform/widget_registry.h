@@ -13,7 +13,7 @@ namespace ZelmarDB {
 
 /** Why the database cannot be used: what to do about it depends on this alone. */
 enum class RegistryFault {
-    MISSING,
+    MISSING,        // nothing is in the database's place
     FORBIDDEN,      // for this user
     READ_ONLY,      // for everybody
     HELD,           // by another process, for too long
@@ -23,8 +23,8 @@ enum class RegistryFault {
     OLDER_VERSION,  // than this program's
     NEWER_VERSION,
     FOREIGN,  // no widget database
-    DAMAGED,
-    TAKEN,  // another widget has the identifier or the application
+    DAMAGED,  // one, but it cannot be read any more
+    TAKEN,    // another widget has the identifier or the application
 };
 
 /** Says for people what failed on what. */
@@ -74,7 +74,7 @@ struct RegistryCreation {
  */
 RegistryCreation createRegistry(ExistingRegistry existing);
 
-/** Whether the link itself surely carries the label that the tool gives to links. */
+/** Whether the link itself surely carries "_", the label that the tool gives to links. Throws nothing. */
 bool isLabelled(const std::string& link);
 
 /** Tells of changes to the database by whomever, without polling. */
