@@ -41,6 +41,7 @@ for action, calls, instructions in ("available", 79, 135000), ("all-unavailable"
     kept &= keeps(f"bytes written a widget, {action}, by those of the floor", written[0] / written[1], 1)
     for count in 1, 100:
         kept &= keeps(f"syncs in a run, {action}, {count} widgets", figure("syncs", "tool", action, count), 3)
-keeps("1,000 widgets available, median of the times by those of the peer", figure("median", "peer", "available", 1000),
-      0.45)
+if any(row["contestant"] == "peer" for row in ROWS):  # for root only
+    keeps("1,000 widgets available, median of the times by those of the peer",
+          figure("median", "peer", "available", 1000), 0.45)
 sys.exit(not kept)
