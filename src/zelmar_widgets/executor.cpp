@@ -483,7 +483,9 @@ std::string stickToUnplug(const std::string& mountPoint)
     if (error || path.empty()) {
         throw badCommandLine("no mount point: '" + mountPoint + "'", "name a directory");
     }
-    const auto withoutSlash = [](const fs::path& some) { return some.has_filename() ? some : some.parent_path(); };
+    const auto withoutSlash = [](const fs::path& some) {
+        return some.has_filename() ? some : some.parent_path();
+    };
     path = withoutSlash(path);
     // A link may outlive the mount point that it leads to.
     for (int links = 0; links < MAX_LINKS && fs::is_symlink(fs::symlink_status(path, error)); ++links) {

@@ -15,6 +15,7 @@
 #include "failure.h"
 #include "installing.h"
 #include "report.h"
+#include "watching.h"
 #include "widget_survey.h"
 
 using namespace ZelmarWidgets;
@@ -159,6 +160,9 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
 
     CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
 
+    CLI::App* const watching = app.add_subcommand("watch", "Tell each widget's state, then each change of it");
+    watching->add_flag("--json", request.json, "Print JSON, one object a line");
+
     app.parse(reversedWords(argc, argv));
     if (status->parsed()) {
         return showStatus(request);
@@ -171,6 +175,10 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
     }
     if (healing->parsed()) {
         return bringAbout({Scope::Command::HEAL, ""}, request);
+    }
+    if (watching->parsed()) {
+        watch(request.json);
+        return ALL_WELL;
     }
     if (adding->parsed()) {
         add(request.identifier, request.application, !request.onDevice);

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -64,5 +65,18 @@ void createRegistry();
 
 /** Whether the link itself surely carries the label that the tool gives to links. */
 bool isLabelled(const std::string& link);
+
+/** Tells of changes to the database by whomever, without polling. */
+class RegistryWatch {
+public:
+    virtual ~RegistryWatch() = default;
+    /** Becomes readable when the database may have changed, appeared or been replaced since the last reset(). */
+    virtual int descriptor() const = 0;
+    /** To be called before the database is read: what changes from here on is told anew. */
+    virtual void reset() = 0;
+};
+
+/** Null: this platform cannot tell of changes. */
+std::unique_ptr<RegistryWatch> watchRegistry();
 
 }  // namespace ZelmarDB

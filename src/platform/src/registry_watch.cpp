@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include <fcntl.h>
+#include <platform/widget_registry.h>
+#include <sys/epoll.h>
+#include <sys/inotify.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "widget_database.h"
+
+namespace ZelmarDB {
+
+namespace {
+
+// SQLite locks this byte of its shared memory file from before a change is written to the log until it can be seen.
+constexpr off_t WRITE_LOCK_BYTE = 120;
+constexpr long WRITER_CHECK_NANOSECONDS = 20'000'000;
+
+bool isBeingWritten()
+{
+    const int file = open((std::string(DATABASE_FILE) + "-shm").c_str(), O_RDONLY | O_CLOEXEC);
+    struct flock lock = {};
+    lock.l_type = F_RDLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = WRITE_LOCK_BYTE;
+    lock.l_len = 1;
+    const bool known = fcntl(file, F_GETLK, &lock) == 0;
+    // This also drops the locks of this process, so no connection may be open now.
+    close(file);
+    return known && lock.l_type != F_UNLCK;
+}
+
+/** A descriptor that is readable while one of those is that have been added. */
+class DatabaseWatch : public RegistryWatch {
+public:
+    DatabaseWatch()
+        : m_files(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)),
+          m_timer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)),
+          m_any(epoll_create1(EPOLL_CLOEXEC))
+    {
+        for (const int source : {m_files, m_timer}) {
+            epoll_event event = {EPOLLIN, {}};
+            if (epoll_ctl(m_any, EPOLL_CTL_ADD, source, &event) != 0) {
+                const RegistryError exhausted = noWatch();
+                closeAll();
+                throw exhausted;
+            }
+        }
+    }
+    ~DatabaseWatch() override { closeAll(); }
+    DatabaseWatch(const DatabaseWatch&) = delete;
+    DatabaseWatch& operator=(const DatabaseWatch&) = delete;
+
+    int descriptor() const override { return m_any; }
+
+    void reset() override
+    {
+        std::array<char, 4096> told{};
+        while (read(m_files, told.data(), told.size()) > 0) {
+        }
+
+        // From the top, so that no folder can appear unseen below one that is watched.
+        const std::string file = DATABASE_FILE;
+        for (std::size_t slash = 0; slash != std::string::npos; slash = file.find('/', slash + 1)) {
+            watch(slash == 0 ? "/" : file.substr(0, slash), IN_CREATE | IN_MOVED_TO | IN_ONLYDIR);
+        }
+        // Of the files alone, since whoever reads the database may write to its shared memory, which lies beside it.
+        watch(file, IN_MODIFY);
+        watch(file + "-wal", IN_MODIFY);
+        // The log is written before the change can be seen, and nothing tells when it can. Zero disarms the timer.
+        const itimerspec soon = {{}, {0, isBeingWritten() ? WRITER_CHECK_NANOSECONDS : 0}};
+        timerfd_settime(m_timer, 0, &soon, nullptr);
+    }
+
+private:
+    static RegistryError noWatch()
+    {
+        return {RegistryFault::EXHAUSTED, std::string(DATABASE_FILE) + " cannot be watched: " + std::strerror(errno)};
+    }
+
+    /** What is not there is told of by its folder. */
+    void watch(const std::string& path, std::uint32_t events)
+    {
+        if (inotify_add_watch(m_files, path.c_str(), events) < 0 && (errno == ENOSPC || errno == ENOMEM)) {
+            throw noWatch();
+        }
+    }
+
+    void closeAll() const
+    {
+        close(m_files);
+        close(m_timer);
+        close(m_any);
+    }
+
+    const int m_files;
+    const int m_timer;
+    const int m_any;
+};
+
+}  // namespace
+
+std::unique_ptr<RegistryWatch> watchRegistry()
+{
+    return std::make_unique<DatabaseWatch>();
+}
+
+}  // namespace ZelmarDB
