@@ -35,6 +35,7 @@ for action, calls, instructions in ("available", 79, 135000), ("all-unavailable"
         found = figure(name, "tool", action, 1000)
         title = f"{name.replace('_', ' ')} a widget, {action}"
         kept &= keeps(f"{title}, of 1,000 widgets", found, at_most)
+        # A tenfold number makes the tree of the database a little deeper; what is quadratic grows tenfold.
         growth = figure(name, "tool", action, most) / figure(name, "tool", action, most // 10)
         kept &= keeps(f"{title}, of {most:,} widgets by those of {most // 10:,}", growth, 1.1)
     written = [figure("bytes_written", who, action, 1000) for who in ("tool", "floor")]
