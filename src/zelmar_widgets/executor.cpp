@@ -277,7 +277,7 @@ void Execution::changeFiles(const WidgetPlan& plan)
     } else if (plan.steps.front() == Step::CLEAR_LINKS) {
         const InstanceLock lock;
         for (const std::string& name : plan.staleLinks) {
-            const std::string link = directory + "/" + name;
+            const std::string link = fs::path(directory) / name;
             // A file that stands there by now is the owner's.
             if (fs::is_symlink(fs::symlink_status(link, error)) && unlink(link.c_str()) != 0) {
                 m_failures[plan.identifier].advice = systemFailure(errno, link).text();
