@@ -110,7 +110,7 @@ try {
     const int apps = open(APPS.c_str(), O_RDONLY);
     SQLite::Database database("/opt/usr/zelmar/widgets.db", SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX);
     sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    database.exec("PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 3906");
+    database.exec("PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 3906; PRAGMA journal_size_limit = 2000000");
 
     LOG("Parsing command line arguments");
     LOG("Selected action name: %s", argv[1]);
