@@ -7,7 +7,6 @@ import os
 import random
 import subprocess
 import sys
-import time
 
 from device import APPS, DATABASE, LABEL, STICK, TelevisionTest, held_by_another, mounted
 
@@ -173,7 +172,7 @@ class WidgetsTest(TelevisionTest):
         shell(f"rm -r {DATABASE.parent} {APPS}")
         os.umask(0o777)  # whatever it is, everybody may read what is made, and nobody else may write
         self.says((3, "status", f"! there is no database {DATABASE}; 'zelmar-widgets init' creates it\n"),
-                  (0, "init", ""),
+                  (0, "init", "created the widget database\n"),
                   (0, "add a --app t.a", ""),
                   (2, "add a --app t.b", "! the database has a widget a already; choose another, or remove that widget "
                                          "first\n"),

@@ -60,8 +60,19 @@ void registerWidget(const std::string& identifier, const std::string& applicatio
 /** The widget is gone from the disk when this returns; an unknown one is no failure. */
 void unregisterWidget(const std::string& identifier);
 
-/** Creates the database, whole or not at all; one that is there stays as it is. */
-void createRegistry();
+enum class ExistingRegistry { KEEP, REPLACE };
+
+/** `created` is false if a database was there and is kept; `setAside` are the files moved away, whole paths. */
+struct RegistryCreation {
+    bool created;
+    std::vector<std::string> setAside;
+};
+
+/**
+ * Creates the database, whole or not at all. One that is there is set aside, or is kept and found to be sound. A
+ * journal without its database is always set aside.
+ */
+RegistryCreation createRegistry(ExistingRegistry existing);
 
 /** Whether the link itself surely carries the label that the tool gives to links. */
 bool isLabelled(const std::string& link);
