@@ -147,7 +147,8 @@ class TelevisionTest(unittest.TestCase):
 
     @staticmethod
     def main():
-        unittest.main(argv=sys.argv[:1], verbosity=2)
+        chosen = ["-k", os.environ["CASE"]] if "CASE" in os.environ else []
+        unittest.main(argv=[*sys.argv[:1], *chosen], verbosity=2)
 
 
 @contextmanager

@@ -16,67 +16,78 @@ std::string adviceFor(int error)
     switch (error) {
         case EACCES:
         case EPERM:
-            return "; call it as root";
+            return "call it as root";
         case EEXIST:
         case ENOTDIR:
-            return "; move away what stands there, then call again";
+            return "move away what stands there, then call again";
+        case EBUSY:
+            return "unmount what is mounted there, then call again";
         case ENOSPC:
-            return "; make room, then call again";
+        case EDQUOT:
+            return "make room, then call again";
         case EROFS:
-            return "; make it writable, then call again";
+            return "make it writable, then call again";
         default:
-            return "; remove the cause, then call again";
+            return "remove the cause, then call again";
     }
 }
 
-}  // namespace
-
-Failure systemFailure(int error, const std::string& what)
-{
-    std::string reason = std::strerror(error);
-    reason[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(reason[0])));
-    return {COULD_NOT_WORK, reason + " on " + what + adviceFor(error)};
-}
-
-Failure registryFailure(const ZelmarDB::RegistryError& error)
+std::string adviceFor(ZelmarDB::RegistryFault fault)
 {
     using ZelmarDB::RegistryFault;
-    const std::string reason = error.what();
-    switch (error.fault()) {
+    switch (fault) {
         case RegistryFault::MISSING:
-            return {COULD_NOT_WORK, reason + "; 'zelmar-widgets init' creates it"};
+            return "'zelmar-widgets init' creates it";
         case RegistryFault::FORBIDDEN:
-            return {COULD_NOT_WORK, reason + adviceFor(EACCES)};
+            return adviceFor(EACCES);
         case RegistryFault::READ_ONLY:
-            return {COULD_NOT_WORK, reason + adviceFor(EROFS)};
+            return adviceFor(EROFS);
         case RegistryFault::HELD:
-            return {COULD_NOT_WORK, reason + "; end that process, or call again"};
+            return "end that process, or call again";
         case RegistryFault::FULL:
-            return {COULD_NOT_WORK, reason + adviceFor(ENOSPC)};
+            return adviceFor(ENOSPC);
         case RegistryFault::TAKEN:
-            return {BAD_COMMAND_LINE, reason + "; choose another, or remove that widget first"};
+            return "choose another, or remove that widget first";
         case RegistryFault::OLDER_VERSION:
         case RegistryFault::NEWER_VERSION:
         case RegistryFault::FOREIGN:
         case RegistryFault::DAMAGED:
-            return {COULD_NOT_WORK, reason + "; restore it, or move it away and run 'zelmar-widgets init'"};
+            return "restore it, or move it away and run 'zelmar-widgets init'";
         case RegistryFault::EXHAUSTED:
         case RegistryFault::INPUT_OUTPUT:
             break;
     }
-    return {COULD_NOT_WORK, reason + adviceFor(EIO)};
+    return adviceFor(EIO);
+}
+
+}  // namespace
+
+Failure systemFailure(int error, const std::string& what, ExitStatus status)
+{
+    std::string reason = std::strerror(error);
+    reason[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(reason[0])));
+    return {status, Failure::Kind::SYSTEM, reason + " on " + what, adviceFor(error)};
+}
+
+Failure registryFailure(const ZelmarDB::RegistryError& error)
+{
+    const bool isTaken = error.fault() == ZelmarDB::RegistryFault::TAKEN;
+    return {isTaken ? BAD_COMMAND_LINE : COULD_NOT_WORK, Failure::Kind::DATABASE, error.what(),
+            adviceFor(error.fault())};
+}
+
+Failure badCommandLine(const std::string& message, const std::string& advice)
+{
+    return {BAD_COMMAND_LINE, Failure::Kind::COMMAND_LINE, message, advice};
 }
 
 Failure unknownWidget(const std::string& identifier)
 {
-    return {BAD_COMMAND_LINE, "the database knows no widget '" + identifier + "'; 'zelmar-widgets status' lists them"};
+    return badCommandLine("the database knows no widget '" + identifier + "'", "'zelmar-widgets status' lists them");
 }
 
 std::string causeOf(const std::string& code, const std::string& imageDirectory)
 {
-    if (code.empty()) {
-        return "";
-    }
     if (code == ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
         return "its image directory " + imageDirectory + " is missing; run 'zelmar-widgets heal'";
     }

@@ -21,12 +21,17 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// Limits of one run: widgets, so that little is rolled back if it fails and progress can be shown; bytes, which every
-// system accepts as arguments.
+// Limits of one run: widgets, so that little is rolled back if it fails and nobody waits long for the lock; bytes,
+// which every system accepts as arguments.
 constexpr std::size_t WIDGETS_A_RUN = 1000;
 constexpr std::size_t BYTES_A_RUN = 100'000;
 
 constexpr int CANNOT_EXECUTE = 127;
+
+Failure toolFailure(const std::string& message, const std::string& advice)
+{
+    return {COULD_NOT_WORK, Failure::Kind::TOOL, message, advice};
+}
 
 /** Holds what a program prints in memory; unlike a pipe, it never fills up and blocks the program. */
 class Output {
@@ -112,15 +117,14 @@ std::string run(const Words& words)
     while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
     }
     if (WIFSIGNALED(status)) {
-        throw Failure(COULD_NOT_WORK, tool + " was ended by signal " + std::to_string(WTERMSIG(status)) +
-                                          "; run 'zelmar-widgets heal'");
+        throw toolFailure(tool + " was ended by signal " + std::to_string(WTERMSIG(status)),
+                          "run 'zelmar-widgets heal'");
     }
     if (WEXITSTATUS(status) == CANNOT_EXECUTE) {
-        throw Failure(COULD_NOT_WORK, "cannot run " + tool + ": " + errors.text() + "; install it there");
+        throw toolFailure("cannot run " + tool + ": " + errors.text(), "install it there");
     }
     if (WEXITSTATUS(status) != 0) {
-        throw Failure(COULD_NOT_WORK,
-                      tool + ": " + errors.text() + "; see 'journalctl -t ZELMAR_INSTALLER', then call again");
+        throw toolFailure(tool + ": " + errors.text(), "see 'journalctl -t ZELMAR_INSTALLER', then call again");
     }
     return result.text();
 }
@@ -145,46 +149,37 @@ std::vector<ToolResult> readResultLine(const std::string& line, const Words& ide
         }
     }
     if (at != line.size() || results.size() != identifiers.size()) {
-        throw Failure(COULD_NOT_WORK, "the result line of zelmar-frontend is not understood: " + line +
-                                          "; install both programs from one release");
+        throw toolFailure("the result line of zelmar-frontend is not understood: " + line,
+                          "install both programs from one release");
     }
     return results;
-}
-
-/** On a terminal, for what takes more than one run. */
-void showProgress(std::size_t done, std::size_t all)
-{
-    if (all > WIDGETS_A_RUN && isatty(STDERR_FILENO) != 0) {
-        std::cerr << '\r' << (done < all ? std::to_string(done) + " of " + std::to_string(all) + " widgets" : "\033[K")
-                  << std::flush;
-    }
 }
 
 /** Runs the tool with `words` and then the identifiers. */
-std::vector<ToolResult> runFor(const Words& words, const Words& identifiers)
+std::vector<ToolResult> runFor(Words words, const Words& identifiers)
 {
-    std::vector<ToolResult> results;
-    for (auto next = identifiers.begin(); next != identifiers.end();) {
-        Words batch;
-        for (std::size_t bytes = 0; next != identifiers.end() && batch.size() < WIDGETS_A_RUN; ++next) {
-            bytes += next->size() + 1 + sizeof(char*);
-            if (bytes > BYTES_A_RUN && !batch.empty()) {
-                break;
-            }
-            batch.push_back(*next);
-        }
-        Words all = words;
-        all.emplace_back("--");
-        all.insert(all.end(), batch.begin(), batch.end());
-        for (const ToolResult& result : readResultLine(run(all), batch)) {
-            results.push_back(result);
-        }
-        showProgress(results.size(), identifiers.size());
-    }
-    return results;
+    words.emplace_back("--");
+    words.insert(words.end(), identifiers.begin(), identifiers.end());
+    return readResultLine(run(words), identifiers);
 }
 
 }  // namespace
+
+std::vector<Words> batchesOf(const Words& identifiers)
+{
+    std::vector<Words> batches;
+    std::size_t bytes = 0;
+    for (const std::string& identifier : identifiers) {
+        const std::size_t size = identifier.size() + 1 + sizeof(char*);
+        if (batches.empty() || batches.back().size() == WIDGETS_A_RUN || bytes + size > BYTES_A_RUN) {
+            batches.emplace_back();
+            bytes = 0;
+        }
+        batches.back().push_back(identifier);
+        bytes += size;
+    }
+    return batches;
+}
 
 std::vector<ToolResult> makeAvailable(const std::string& stick, const Words& identifiers)
 {

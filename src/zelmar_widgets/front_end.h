@@ -13,9 +13,12 @@ struct ToolResult {
     std::string code;  // the tool's error code; empty: success
 };
 
+/** The identifiers in pieces that one run of the tool can take, in their order. */
+std::vector<std::vector<std::string>> batchesOf(const std::vector<std::string>& identifiers);
+
 /**
- * Run the zelmar-frontend that lies beside this program, as often as it takes to name all the widgets; a result for
- * each, in order. Throw Failure if a run failed as a whole.
+ * Run the zelmar-frontend that lies beside this program, once; a result for each widget, in order. The caller holds the
+ * InstanceLock. Throw Failure if the run failed as a whole.
  */
 std::vector<ToolResult> makeAvailable(const std::string& stick, const std::vector<std::string>& identifiers);
 std::vector<ToolResult> makeUnavailable(const std::vector<std::string>& identifiers);

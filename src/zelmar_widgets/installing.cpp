@@ -2,18 +2,18 @@
 
 #include "installing.h"
 
-#include <platform/dpl.h>
 #include <platform/widget_registry.h>
 #include <unistd.h>
-#include <zelmar_frontend_constants.h>
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <optional>
 #include <filesystem>
 
+#include "executor.h"
 #include "failure.h"
-#include "front_end.h"
 #include "instance_lock.h"
-#include "widget_files.h"
+#include "widget_paths.h"
 
 namespace fs = std::filesystem;
 
@@ -21,16 +21,35 @@ namespace ZelmarWidgets {
 
 namespace {
 
+// So that P_img is a file's name.
+constexpr std::size_t LONGEST_IDENTIFIER = NAME_MAX - 4;
+
 void requireText(const std::string& what, const std::string& text)
 {
-    try {
-        DPL::FromUTF8String(text);
-    } catch (const std::exception&) {
-        throw Failure(BAD_COMMAND_LINE, what + " '" + text + "' is not UTF-8; choose another");
+    if (!isText(text)) {
+        throw badCommandLine(what + " '" + text + "' is not UTF-8", "choose another");
     }
     if (text.empty()) {
-        throw Failure(BAD_COMMAND_LINE, what + " is empty; choose another");
+        throw badCommandLine(what + " is empty", "choose another");
     }
+}
+
+bool isRegistered(const std::string& identifier)
+{
+    const auto rows = ZelmarDB::registeredWidgets(ZelmarDB::RegistryAccess::CHANGE);
+    return std::any_of(rows.begin(), rows.end(), [&](const auto& row) { return row.identifier == identifier; });
+}
+
+/** Says what stands in the way of a removal of the directory. */
+Failure directoryLeft(const std::string& identifier, const std::string& directory, int error)
+{
+    const std::string message = identifier + " is removed, but ";
+    if (error == ENOTEMPTY || error == EEXIST) {
+        return {SOME_WIDGET_WRONG, Failure::Kind::WIDGET, message + directory + " holds other things",
+                "remove them if nobody needs them"};
+    }
+    const Failure failure = systemFailure(error, directory);
+    return {SOME_WIDGET_WRONG, Failure::Kind::WIDGET, message + failure.what(), failure.advice()};
 }
 
 }  // namespace
@@ -40,13 +59,17 @@ void add(const std::string& identifier, const std::string& application, bool onU
     requireText("the identifier", identifier);
     requireText("the application", application);
     if (identifier.find('/') != std::string::npos) {
-        throw Failure(BAD_COMMAND_LINE, "the identifier '" + identifier + "' has a slash; choose another");
+        throw badCommandLine("the identifier '" + identifier + "' has a slash", "choose another");
+    }
+    if (identifier.size() > LONGEST_IDENTIFIER) {
+        throw badCommandLine("the identifier is longer than " + std::to_string(LONGEST_IDENTIFIER) + " bytes",
+                             "choose another");
     }
     const InstanceLock lock;
     const std::string directory = imageDirectory(identifier);
     std::error_code error;
     const bool created = fs::create_directories(directory, error);
-    if (!isDirectory(directory)) {
+    if (error) {
         throw systemFailure(error.value(), directory);
     }
     try {
@@ -61,21 +84,24 @@ void add(const std::string& identifier, const std::string& application, bool onU
 
 void remove(const std::string& identifier)
 {
-    const InstanceLock lock;
-    const auto rows = ZelmarDB::registeredWidgets(ZelmarDB::RegistryAccess::CHANGE);
-    if (std::none_of(rows.begin(), rows.end(), [&](const auto& row) { return row.identifier == identifier; })) {
+    const Scope scope{Scope::Command::REMOVE, identifier};
+    if (!isRegistered(identifier)) {
         throw unknownWidget(identifier);
     }
-    for (const auto& [widget, code] : makeUnavailable({identifier})) {
-        if (!code.empty() && code != ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
-            throw Failure(SOME_WIDGET_WRONG, widget + " is not removed: " + causeOf(code, imageDirectory(widget)));
+    std::optional<InstanceLock> lock;
+    do {
+        lock.reset();
+        for (const ReportLine& line : bringAbout(scope).lines) {
+            if (line.result == Result::FAILED) {
+                throw Failure(SOME_WIDGET_WRONG, Failure::Kind::WIDGET, identifier + " is not removed", line.advice);
+            }
         }
-    }
+        lock.emplace();
+    } while (!foretell(scope).lines.empty());  // another instance has made it available meanwhile
     ZelmarDB::unregisterWidget(identifier);
     const std::string directory = imageDirectory(identifier);
     if (rmdir(directory.c_str()) != 0 && errno != ENOENT) {
-        throw Failure(SOME_WIDGET_WRONG, identifier + " is removed, but " + directory +
-                                             " holds other things; remove them if nobody needs them");
+        throw directoryLeft(identifier, directory, errno);
     }
 }
 

@@ -15,27 +15,43 @@ namespace ZelmarWidgets {
 namespace {
 
 constexpr char LOCK_FILE[] = "/run/zelmar-widgets.lock";
+constexpr char QUEUE_FILE[] = "/run/zelmar-widgets.queue";
 
-}  // namespace
-
-InstanceLock::InstanceLock() : m_file(open(LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600))
+/** The file, open and locked. */
+int locked(const char* path)
 {
-    if (m_file < 0) {
-        throw systemFailure(errno, LOCK_FILE);
+    const int file = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (file < 0) {
+        throw systemFailure(errno, path);
     }
-    if (flock(m_file, LOCK_EX | LOCK_NB) == 0) {
-        return;
+    if (flock(file, LOCK_EX | LOCK_NB) == 0) {
+        return file;
     }
     if (isatty(STDERR_FILENO) != 0) {
         std::cerr << "zelmar-widgets: waiting for another instance" << std::endl;
     }
-    while (flock(m_file, LOCK_EX) != 0) {
+    while (flock(file, LOCK_EX) != 0) {
         if (errno != EINTR) {
             const int error = errno;
-            close(m_file);
-            throw systemFailure(error, LOCK_FILE);
+            close(file);
+            throw systemFailure(error, path);
         }
     }
+    return file;
+}
+
+}  // namespace
+
+InstanceLock::InstanceLock()
+{
+    const int queue = locked(QUEUE_FILE);
+    try {
+        m_file = locked(LOCK_FILE);
+    } catch (...) {
+        close(queue);
+        throw;
+    }
+    close(queue);
 }
 
 InstanceLock::~InstanceLock()

@@ -4,7 +4,11 @@
 
 namespace ZelmarWidgets {
 
-/** Held by the one instance that changes something, against the others. The tool knows nothing of it. */
+/**
+ * Held by the one instance that changes something, for one run of the tool at most. The tool knows nothing of it.
+ * Whoever waits gets it in turn: an instance that has to wait holds the queue meanwhile, so that the one that has the
+ * lock cannot take it again ahead of it.
+ */
 class InstanceLock {
 public:
     /** Waits for as long as another instance works. Throws Failure. */

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <platform/widget_registry.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -11,9 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "executor.h"
 #include "failure.h"
 #include "installing.h"
-#include "plugging.h"
 #include "report.h"
 #include "watching.h"
 #include "widget_survey.h"
@@ -34,12 +35,12 @@ struct Request {
 };
 
 /** In the order asked for. Throws Failure if one is missing. */
-std::vector<Widget> pick(const std::vector<Widget>& widgets, const std::vector<std::string>& identifiers)
+std::vector<WidgetStatus> pick(const std::vector<WidgetStatus>& widgets, const std::vector<std::string>& identifiers)
 {
-    std::vector<Widget> picked;
+    std::vector<WidgetStatus> picked;
     for (const std::string& identifier : identifiers) {
         const auto widget = std::find_if(widgets.begin(), widgets.end(),
-                                         [&](const Widget& some) { return some.identifier == identifier; });
+                                         [&](const WidgetStatus& some) { return some.facts.identifier == identifier; });
         if (widget == widgets.end()) {
             throw unknownWidget(identifier);
         }
@@ -48,32 +49,48 @@ std::vector<Widget> pick(const std::vector<Widget>& widgets, const std::vector<s
     return picked;
 }
 
+void tellTroubles(const std::vector<std::string>& troubles)
+{
+    for (const std::string& trouble : troubles) {
+        std::cerr << "zelmar-widgets: " << printable(trouble) << '\n';
+    }
+}
+
 ExitStatus showStatus(const Request& request)
 {
-    std::vector<Widget> widgets = lookAtWidgets(ZelmarDB::registeredWidgets(ZelmarDB::RegistryAccess::READ));
+    const Scope everything;
+    const Situation situation = survey(everything, {}, ZelmarDB::RegistryAccess::READ, Sticks::LOOK_AT);
+    std::vector<WidgetStatus> widgets;
+    for (const WidgetFacts& facts : situation.widgets) {
+        const WidgetPlan plan = planFor(facts, everything, situation.roots);
+        if (facts.home != Home::UNKNOWN || !plan.faults.empty()) {
+            widgets.push_back({facts, plan});
+        }
+    }
     if (!request.identifiers.empty()) {
         widgets = pick(widgets, request.identifiers);
     }
     if (request.json) {
-        printJson(widgets);
+        printJson(widgets, situation.troubles);
     } else {
         printTable(widgets);
     }
-    return std::all_of(widgets.begin(), widgets.end(), [](const Widget& widget) { return widget.wrong.empty(); })
-               ? ALL_WELL
-               : SOME_WIDGET_WRONG;
+    tellTroubles(situation.troubles);
+    const bool isWell = std::all_of(widgets.begin(), widgets.end(),
+                                    [](const WidgetStatus& widget) { return widget.plan.faults.empty(); });
+    return isWell && situation.troubles.empty() ? ALL_WELL : SOME_WIDGET_WRONG;
 }
 
-ExitStatus tell(const std::vector<ReportLine>& lines, bool json)
+ExitStatus bringAbout(const Scope& scope, const Request& request)
 {
-    if (json) {
-        printJson(lines);
+    const Report report = request.dryRun ? foretell(scope) : bringAbout(scope);
+    if (request.json) {
+        printJson(report);
     } else {
-        printLines(lines);
+        printLines(report);
     }
-    return std::all_of(lines.begin(), lines.end(), [](const ReportLine& line) { return line.advice.empty(); })
-               ? ALL_WELL
-               : SOME_WIDGET_WRONG;
+    tellTroubles(report.troubles);
+    return report.status;
 }
 
 /** Fills closed standard descriptors, so that no file opened later takes the place of one. */
@@ -109,10 +126,18 @@ std::string unshielded(const std::string& word)
     return word.substr(0, word.find('\0'));
 }
 
-/** Parses the command line and runs its command. Throws what the command throws, and CLI::ParseError. */
-ExitStatus run(CLI::App& app, int argc, const char* const* argv)
+/** Adds the options that plug, unplug and heal share. */
+CLI::App* addChange(CLI::App& app, const std::string& name, const std::string& description, Request& request)
 {
-    Request request;
+    CLI::App* const command = app.add_subcommand(name, description);
+    command->add_flag("--dry-run", request.dryRun, "Only tell what would be done");
+    command->add_flag("--json", request.json, "Print JSON");
+    return command;
+}
+
+/** Parses the command line and runs its command. Throws what the command throws, and CLI::ParseError. */
+ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* argv)
+{
     app.require_subcommand(0, 1);
     app.get_formatter()->label("TEXT", "");
     app.get_formatter()->label("REQUIRED", "");
@@ -125,16 +150,14 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     status->add_flag("--json", request.json, "Print JSON");
     status->add_option("IDENTIFIER", request.identifiers, "Only these widgets")->transform(unshielded);
 
-    CLI::App* const plugging = app.add_subcommand("plug", "Make the widgets on a mounted stick available");
-    plugging->add_flag("--dry-run", request.dryRun, "Only tell which these are");
-    plugging->add_flag("--json", request.json, "Print JSON");
+    CLI::App* const plugging = addChange(app, "plug", "Make the widgets on a mounted stick available", request);
     plugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is mounted")->required();
 
-    CLI::App* const unplugging =
-        app.add_subcommand("unplug", "Make the widgets from a stick unavailable, whether it is still mounted or not");
+    CLI::App* const unplugging = addChange(
+        app, "unplug", "Make the widgets from a stick unavailable, whether it is still mounted or not", request);
     unplugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is or was mounted")->required();
 
-    CLI::App* const healing = app.add_subcommand("heal", "Bring into order what 'status' finds wrong");
+    CLI::App* const healing = addChange(app, "heal", "Bring into order what 'status' finds wrong", request);
 
     CLI::App* const adding = app.add_subcommand("add", "Add a widget: its row in the database and its image directory");
     adding->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
@@ -156,13 +179,13 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
         return showStatus(request);
     }
     if (plugging->parsed()) {
-        return tell(plug(request.mountPoint, request.dryRun), request.json);
+        return bringAbout({Scope::Command::PLUG, stickToPlug(request.mountPoint)}, request);
     }
     if (unplugging->parsed()) {
-        return tell(unplug(request.mountPoint), false);
+        return bringAbout({Scope::Command::UNPLUG, stickToUnplug(request.mountPoint)}, request);
     }
     if (healing->parsed()) {
-        return tell(heal(), false);
+        return bringAbout({Scope::Command::HEAL, ""}, request);
     }
     if (watching->parsed()) {
         watch(request.json);
@@ -175,45 +198,54 @@ ExitStatus run(CLI::App& app, int argc, const char* const* argv)
     } else if (creating->parsed()) {
         init();
     } else {
-        throw Failure(BAD_COMMAND_LINE, "no command; see 'zelmar-widgets --help'");
+        throw badCommandLine("no command", "see 'zelmar-widgets --help'");
     }
     return ALL_WELL;
 }
 
-ExitStatus fail(ExitStatus status, const std::string& message)
+/** Tells of the failure, as an object too if JSON was asked for. */
+ExitStatus fail(const Failure& failure, bool json)
 {
-    std::cerr << "zelmar-widgets: " << printable(message) << '\n';
-    return status;
+    if (json) {
+        printJson(failure);
+        std::cout.flush();
+    }
+    std::cerr << "zelmar-widgets: " << printable(failure.text()) << '\n';
+    return failure.status();
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    // A reader that went away must show up as a failed write.
+    // A reader that went away, and a file that may not grow, must show up as a failed write.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    // Everybody may read what root makes here, and nobody else may write to it.
+    umask(S_IWGRP | S_IWOTH);
     fillStandardDescriptors();
     std::ios::sync_with_stdio(false);
+    Request request;
     try {
         CLI::App app("Looks after the widgets on USB sticks: what is available, from where, and what is wrong.",
                      "zelmar-widgets");
         ExitStatus status = ALL_WELL;
         try {
-            status = run(app, argc, argv);
+            status = run(app, request, argc, argv);
         } catch (const CLI::ParseError& e) {
             if (e.get_exit_code() != 0) {
-                return fail(BAD_COMMAND_LINE, e.what() + std::string("; see 'zelmar-widgets --help'"));
+                return fail(badCommandLine(e.what(), "see 'zelmar-widgets --help'"), request.json);
             }
             app.exit(e);  // prints the help or the version
         }
         finishOutput();
         return status;
     } catch (const Failure& e) {
-        return fail(e.status(), e.what());
+        return fail(e, request.json);
     } catch (const ZelmarDB::RegistryError& e) {
-        const Failure failure = registryFailure(e);
-        return fail(failure.status(), failure.what());
+        return fail(registryFailure(e), request.json);
     } catch (const std::exception& e) {
-        return fail(COULD_NOT_WORK, e.what());
+        return fail({COULD_NOT_WORK, Failure::Kind::SYSTEM, e.what(), "remove the cause, then call again"},
+                    request.json);
     }
 }

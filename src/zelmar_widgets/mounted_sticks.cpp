@@ -11,6 +11,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "widget_paths.h"
+
 namespace fs = std::filesystem;
 
 namespace ZelmarWidgets {
@@ -34,24 +36,75 @@ std::string unescaped(const std::string& field)
     return path;
 }
 
+/** Anonymous devices, as those of tmpfs and FUSE, have the major number 0 and no entry. */
+bool isGone(const Mount& mount)
+{
+    return mount.device.rfind("0:", 0) != 0 && access("/sys/dev/block", F_OK) == 0 &&
+           access(("/sys/dev/block/" + mount.device).c_str(), F_OK) != 0;
+}
+
 }  // namespace
 
-std::vector<std::string> mountedSticks()
+std::vector<Mount> mountsIn(const std::string& mountinfo)
+{
+    std::vector<Mount> mounts;
+    std::istringstream lines(mountinfo);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream fields(line);
+        std::string field;
+        Mount mount;
+        for (int number = 1; number <= 5 && std::getline(fields, field, ' '); ++number) {
+            if (number == 3) {
+                mount.device = field;
+            } else if (number == 5) {
+                mount.point = unescaped(field);
+            }
+        }
+        mounts.push_back(mount);
+    }
+    return mounts;
+}
+
+MountedSticks::MountedSticks() : m_roots{ZelmarFrontend::EXTERNAL_STORAGE_ROOT}
+{
+    std::error_code missing;
+    const fs::path resolved = fs::canonical(m_roots.front(), missing);
+    if (!missing && resolved != m_roots.front()) {
+        m_roots.push_back(resolved);
+    }
+    std::ostringstream mounts;
+    mounts << std::ifstream(MOUNTS).rdbuf();
+    m_mounts = mountsIn(mounts.str());
+}
+
+std::vector<std::string> MountedSticks::mounted() const
 {
     std::vector<std::string> sticks;
-    std::ifstream mounts(MOUNTS);
-    for (std::string line; std::getline(mounts, line);) {
-        std::istringstream fields(line);
-        std::string mountPoint;  // the fifth, after mount, parent, device and root
-        fields >> mountPoint >> mountPoint >> mountPoint >> mountPoint >> mountPoint;
-        mountPoint = unescaped(mountPoint);
-        if (mountPoint != ZelmarFrontend::EXTERNAL_STORAGE_ROOT &&
-            leadsInto(mountPoint, ZelmarFrontend::EXTERNAL_STORAGE_ROOT)) {
-            sticks.push_back(mountPoint);
+    for (auto mount = m_mounts.rbegin(); mount != m_mounts.rend(); ++mount) {
+        // Of several mounts at one point, the last one covers the others.
+        const bool isCovered = std::find(sticks.begin(), sticks.end(), mount->point) != sticks.end();
+        const bool isBelow = mount->point != m_roots.back() && leadsInto(mount->point, m_roots.back());
+        if (isBelow && !isCovered && !isPulled(mount->point)) {
+            sticks.push_back(mount->point);
         }
     }
-    std::reverse(sticks.begin(), sticks.end());
     return sticks;
+}
+
+bool MountedSticks::isMountPoint(const std::string& path) const
+{
+    return std::any_of(m_mounts.begin(), m_mounts.end(), [&](const Mount& mount) { return mount.point == path; });
+}
+
+bool MountedSticks::isPulled(const std::string& path) const
+{
+    const Mount* innermost = nullptr;
+    for (const Mount& mount : m_mounts) {
+        if (leadsInto(path, mount.point) && (innermost == nullptr || mount.point.size() >= innermost->point.size())) {
+            innermost = &mount;
+        }
+    }
+    return innermost != nullptr && isGone(*innermost);
 }
 
 MountWatch::MountWatch() : m_mounts(open(MOUNTS, O_RDONLY | O_CLOEXEC)) {}
@@ -65,14 +118,6 @@ bool MountWatch::changed() const
 {
     pollfd mounts{m_mounts, POLLPRI, 0};
     return poll(&mounts, 1, 0) > 0 && (mounts.revents & POLLPRI) != 0;
-}
-
-bool leadsInto(const std::string& path, const std::string& folder)
-{
-    const fs::path normalPath = fs::path(path).lexically_normal();
-    const fs::path normalFolder = fs::path(folder).lexically_normal();
-    return std::mismatch(normalFolder.begin(), normalFolder.end(), normalPath.begin(), normalPath.end()).first ==
-           normalFolder.end();
 }
 
 }  // namespace ZelmarWidgets

@@ -7,10 +7,36 @@
 
 namespace ZelmarWidgets {
 
-/** What is mounted below /opt/storage/usb, the latest first. */
-std::vector<std::string> mountedSticks();
+struct Mount {
+    std::string point;
+    std::string device;  // its numbers, "8:1"
+};
 
-/** Tells of mounts and unmounts anywhere, those too that have cancelled each other out. */
+/** The lines of /proc/self/mountinfo, whatever bytes a mount point holds, in their order. */
+std::vector<Mount> mountsIn(const std::string& mountinfo);
+
+/** What is mounted, as it was when this was made. */
+class MountedSticks {
+public:
+    MountedSticks();
+
+    /** The folders below which everything is a stick's: /opt/storage/usb, and what it resolves to. */
+    const std::vector<std::string>& roots() const { return m_roots; }
+
+    /** What is mounted below these and can still answer, the latest first. */
+    std::vector<std::string> mounted() const;
+
+    bool isMountPoint(const std::string& path) const;
+
+    /** Whether the block device below the path was pulled: its mount point and what is cached of it may still stand. */
+    bool isPulled(const std::string& path) const;
+
+private:
+    std::vector<std::string> m_roots;
+    std::vector<Mount> m_mounts;
+};
+
+/** Tells of mounts and unmounts anywhere, even of a mount that has been undone since. */
 class MountWatch {
 public:
     MountWatch();
@@ -24,8 +50,5 @@ public:
 private:
     int m_mounts;
 };
-
-/** Whether `path` is `folder` or lies below it, by their components alone: neither has to exist. */
-bool leadsInto(const std::string& path, const std::string& folder);
 
 }  // namespace ZelmarWidgets

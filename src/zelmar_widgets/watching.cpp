@@ -11,13 +11,14 @@
 #include <csignal>
 #include <iostream>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "failure.h"
 #include "report.h"
-#include "widget_files.h"
+#include "widget_paths.h"
 
 namespace ZelmarWidgets {
 
@@ -30,12 +31,7 @@ using ZelmarDB::RegistryFault;
 constexpr int PAUSE_MILLISECONDS = 50;
 constexpr int FOREVER = -1;
 
-struct WidgetState {
-    std::string application;
-    std::string state;
-    std::string stick;  // empty: none
-};
-using States = std::map<std::string, WidgetState>;
+using States = std::map<std::string, WidgetState>;  // by identifier
 
 bool operator!=(const WidgetState& one, const WidgetState& other)
 {
@@ -45,12 +41,12 @@ bool operator!=(const WidgetState& one, const WidgetState& other)
 WidgetState stateOf(const RegisteredWidget& row)
 {
     if (!row.installedOnUsb) {
-        return {row.application, "on-device", ""};
+        return {row.identifier, row.application, "on-device"};
     }
     if (!row.available) {
-        return {row.application, "unavailable", ""};
+        return {row.identifier, row.application, "unavailable"};
     }
-    return {row.application, "available", stickOf(row.storagePath, row.identifier)};
+    return {row.identifier, row.application, "available", stickOf(row.storagePath, row.identifier)};
 }
 
 /** Nothing while there is no usable database: it may be about to be made or replaced. */
@@ -67,38 +63,27 @@ std::optional<States> statesNow()
             throw;
         }
         if (e.fault() != RegistryFault::MISSING) {
-            std::cerr << "zelmar-widgets: " << printable(registryFailure(e).what()) << std::endl;
+            std::cerr << "zelmar-widgets: " << printable(registryFailure(e).text()) << std::endl;
         }
         return std::nullopt;
     }
 }
 
-void print(const std::string& identifier, const WidgetState& widget, bool json)
+std::vector<WidgetState> changes(const States& before, const States& now)
 {
-    if (json) {
-        const nlohmann::ordered_json stick = widget.stick.empty() ? nullptr : nlohmann::ordered_json(widget.stick);
-        const nlohmann::ordered_json line = {
-            {"identifier", identifier}, {"application", widget.application}, {"state", widget.state}, {"stick", stick}};
-        std::cout << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
-    } else {
-        std::cout << printable(identifier) << ": " << widget.state
-                  << (widget.stick.empty() ? "" : " from " + printable(widget.stick)) << '\n';
-    }
-}
-
-void tellChanges(const States& before, const States& now, bool json)
-{
+    std::vector<WidgetState> changes;
     for (const auto& [identifier, widget] : now) {
         const auto old = before.find(identifier);
         if (old == before.end() || old->second != widget) {
-            print(identifier, widget, json);
+            changes.push_back(widget);
         }
     }
     for (const auto& [identifier, widget] : before) {
         if (now.count(identifier) == 0) {
-            print(identifier, {widget.application, "removed", ""}, json);
+            changes.push_back({identifier, widget.application, "removed"});
         }
     }
+    return changes;
 }
 
 /** The signals that end this program, as a descriptor. */
@@ -131,8 +116,8 @@ void watch(bool json)
 {
     const auto registry = ZelmarDB::watchRegistry();
     if (!registry) {
-        throw Failure(COULD_NOT_WORK,
-                      "this platform cannot tell of changes; call 'zelmar-widgets status' from time to time");
+        throw Failure(COULD_NOT_WORK, Failure::Kind::DATABASE, "this platform cannot tell of changes",
+                      "call 'zelmar-widgets status' from time to time");
     }
     const int signals = endSignals();
     constexpr int NO_CHANGE = -1;
@@ -140,7 +125,9 @@ void watch(bool json)
     do {
         registry->reset();
         if (auto now = statesNow()) {
-            tellChanges(told, *now, json);
+            for (const WidgetState& widget : changes(told, *now)) {
+                json ? printJsonLine(widget) : printLine(widget);
+            }
             told = std::move(*now);
         }
         if (!std::cout.flush() && !endsWithin(0, signals, NO_CHANGE)) {

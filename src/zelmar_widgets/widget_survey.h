@@ -3,37 +3,27 @@
 #pragma once
 
 #include <platform/widget_registry.h>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "widget_files.h"
+#include "planner.h"
 
 namespace ZelmarWidgets {
 
-// What can be wrong with a widget.
-inline const std::string LINK_MISSING = "link-missing";
-inline const std::string LINK_ELSEWHERE = "link-elsewhere";
-inline const std::string LINK_UNLABELLED = "link-unlabelled";
-inline const std::string LINK_LEFT = "link-left";
-inline const std::string CONTENT_GONE = "content-gone";
-inline const std::string NO_IMAGE = "no-image";
-inline const std::string DIRECTORY_MISSING = "directory-missing";
-inline const std::string UNKNOWN_WIDGET = "unknown-widget";
-
-enum class State { AVAILABLE, UNAVAILABLE, ON_DEVICE, UNKNOWN };
-
-struct Widget {
-    std::string identifier;
-    State state;
-    std::string stick;               // by the database, else by a link; empty: none
-    std::vector<Link> links;         // those of the tool that exist
-    std::vector<std::string> wrong;  // each word once
+/** What is, as far as the planner has to know it. */
+struct Situation {
+    std::vector<WidgetFacts> widgets;  // by identifier; those that the database does not know come last
+    std::vector<std::string> roots;
+    std::vector<std::string> troubles;  // what could not be looked at: messages for people
 };
 
-/** All widgets of the database, compared with the files; then those without a row that still have links to a stick. */
-std::vector<Widget> lookAtWidgets(const std::vector<ZelmarDB::RegisteredWidget>& rows);
+enum class Sticks { LOOK_AT, LEAVE_ALONE };
 
-/** As a list with commas. */
-std::string joined(const std::vector<std::string>& words);
+/**
+ * Looks at the widgets that the command is about, and at those named in `also`. Changes nothing. Throws
+ * ZelmarDB::RegistryError and Failure.
+ */
+Situation survey(const Scope& scope, const std::set<std::string>& also, ZelmarDB::RegistryAccess access, Sticks sticks);
 
 }  // namespace ZelmarWidgets
