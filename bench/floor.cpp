@@ -1,166 +1,101 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The least program that does the tool's job: the same links, labels, rows, durability and number of log lines, with
+// The least program that does the tool's job: the same links, labels, rows and durability, and as many log lines, with
 // nothing asked, checked, undone or reported that the job can be done without. Takes the tool's words, in this order:
-//   floor --make-available --path STICK [--] ID...
+//   floor --make-available --path STICK -- ID...
 //   floor --make-all-unavailable
 
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/xattr.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
 
+using Strings = std::vector<std::string>;
+
 const std::string APPS = "/opt/usr/apps/";
-const std::string METADATA_FILES[] = {"widget.info", "config.xml", "config.xml.spm"};
-
-sqlite3* database;
-int appsFolder;
-int pagesInLog;
-
-void must(bool done, const char* step)
-{
-    if (!done) {
-        std::cerr << step << ": " << std::strerror(errno) << ", " << sqlite3_errmsg(database) << std::endl;
-        std::exit(1);
-    }
-}
 
 // As long as the tool's lines are, and with as many arguments to print.
 #define LOG(format, ...) \
     syslog(LOG_DEBUG, "%s: %s(%d) > " format, "make_widgets_available_action", __func__, __LINE__, ##__VA_ARGS__)
 
-/** Copies the write-ahead log into the database and empties it: links and log are on the disk before that. */
-void foldLog()
+void must(int result, const char* step)
 {
-    must(syncfs(appsFolder) == 0, "syncfs");
-    const char* fold = "PRAGMA synchronous = NORMAL; PRAGMA wal_checkpoint(TRUNCATE); PRAGMA synchronous = OFF";
-    must(sqlite3_exec(database, fold, nullptr, nullptr, nullptr) == SQLITE_OK, fold);
-    pagesInLog = 0;
-}
-
-bool logHolds(int mebibytes)
-{
-    return pagesInLog > (mebibytes << 20) / (512 + 24);
-}
-
-class Statement {
-public:
-    explicit Statement(const char* sql)
-    {
-        must(sqlite3_prepare_v2(database, sql, -1, &m_statement, nullptr) == 0, sql);
+    if (result != 0) {
+        throw std::system_error(errno, std::generic_category(), step);
     }
-    ~Statement() { sqlite3_finalize(m_statement); }
-
-    /** Runs and commits an update of the widget `id`, with `value` for ?2 if the statement has one. */
-    void update(const std::string& id, const std::string& value = "")
-    {
-        sqlite3_bind_text(m_statement, 1, id.data(), static_cast<int>(id.size()), SQLITE_STATIC);
-        sqlite3_bind_text(m_statement, 2, value.data(), static_cast<int>(value.size()), SQLITE_STATIC);
-        must(sqlite3_step(m_statement) == SQLITE_DONE, "update");
-        sqlite3_reset(m_statement);
-        if (logHolds(7)) {
-            foldLog();
-        }
-    }
-
-    bool next() { return sqlite3_step(m_statement) == SQLITE_ROW; }
-    std::string text() { return reinterpret_cast<const char*>(sqlite3_column_text(m_statement, 0)); }
-
-private:
-    sqlite3_stmt* m_statement = nullptr;
-};
-
-void openDatabase()
-{
-    appsFolder = open(APPS.c_str(), O_RDONLY);
-    must(sqlite3_open_v2("/opt/usr/zelmar/widgets.db", &database, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK, "open");
-    sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    const auto noteCommit = [](void*, sqlite3*, const char*, int pages) {
-        return pagesInLog = pages, SQLITE_OK;
-    };
-    sqlite3_wal_hook(database, noteCommit, nullptr);
-    must(sqlite3_exec(database, "PRAGMA synchronous = OFF", nullptr, nullptr, nullptr) == SQLITE_OK, "pragma");
 }
 
-void closeDatabase()
+Strings files(const std::string& id)
 {
-    if (logHolds(2)) {
-        foldLog();
-    } else if (pagesInLog > 0) {
-        must(syncfs(appsFolder) == 0, "syncfs");
-    }
-    sqlite3_close(database);
+    return {id + ".img", "widget.info", "config.xml", "config.xml.spm"};
 }
 
-void placeLink(const std::string& target, const std::string& link)
+/** Runs and commits an update of the widget `id`. */
+void change(SQLite::Statement& update, const std::string& id)
 {
-    LOG("Preparing link: %s ---> %s", target.c_str(), link.c_str());
-    if (symlink(target.c_str(), link.c_str()) != 0) {
-        must(errno == EEXIST && unlink(link.c_str()) == 0 && symlink(target.c_str(), link.c_str()) == 0, "symlink");
-    }
-    LOG("Preaparing smack labels");
-    must(lsetxattr(link.c_str(), "security.SMACK64", "_", 1, 0) == 0, "lsetxattr");
+    update.bindNoCopy(1, id);
+    update.exec();
+    update.reset();
 }
 
-void removeLink(const std::string& link)
+void makeAvailable(SQLite::Database& database, const std::string& stick, const Strings& ids)
 {
-    must(unlink(link.c_str()) == 0, "unlink");
-    LOG("Symlink has been removed: %s", link.c_str());
-}
-
-void makeAvailable(const std::string& stick, const std::vector<std::string>& ids)
-{
-    Statement setPath("UPDATE widget SET external_storage_path = ?2 WHERE kx_app_id = ?1");
-    Statement setAvailable("UPDATE widget SET available = 1 WHERE kx_app_id = ?1");
-    const std::string stickFolder = stick + "/";
+    LOG("External path: %s", stick.c_str());
+    SQLite::Statement setPath(database, "UPDATE widget SET external_storage_path = ?2 WHERE kx_app_id = ?1");
+    SQLite::Statement setAvailable(database, "UPDATE widget SET available = 1 WHERE kx_app_id = ?1");
     for (const std::string& id : ids) {
-        const std::string place = APPS + id + "_img/";
-        const std::string storagePath = stickFolder + id + "_img";
-        const std::string content = storagePath + "/";
+        const std::string imageDir = APPS + id + "_img/", content = stick + "/" + id + "_img";
         LOG("===== Processing widget: %s ======", id.c_str());
-        LOG("Path to check: %s", place.c_str());
+        LOG("Path to check: %s", imageDir.c_str());
         LOG("Creating symlinks, pkgId: %s", id.c_str());
-        placeLink(content + id + ".img", place + id + ".img");
-        for (const std::string& file : METADATA_FILES) {
-            placeLink(content + file, place + file);
+        for (const std::string& file : files(id)) {
+            const std::string link = imageDir + file, target = content + "/" + file;
+            LOG("Preparing link: %s ---> %s", target.c_str(), link.c_str());
+            must(symlink(target.c_str(), link.c_str()), "symlink");
+            LOG("Preaparing smack labels");
+            must(lsetxattr(link.c_str(), "security.SMACK64", "_", 1, 0), "lsetxattr");
         }
-        setPath.update(id, storagePath);
+        setPath.bindNoCopy(2, content);
+        change(setPath, id);
         LOG("Updating DB, pkgId: %s", id.c_str());
-        setAvailable.update(id);
+        change(setAvailable, id);
     }
+    LOG("Cleaning...");
 }
 
-std::vector<std::string> makeAllUnavailable()
+Strings makeAllUnavailable(SQLite::Database& database)
 {
-    std::vector<std::string> ids;
-    Statement available("SELECT kx_app_id FROM widget WHERE available");
-    while (available.next()) {
-        ids.push_back(available.text());
+    Strings ids;
+    SQLite::Statement available(database, "SELECT kx_app_id FROM widget WHERE available");
+    while (available.executeStep()) {
+        ids.push_back(available.getColumn(0));
     }
-    Statement clearPath("UPDATE widget SET external_storage_path = '' WHERE kx_app_id = ?1");
-    Statement setUnavailable("UPDATE widget SET available = 0 WHERE kx_app_id = ?1");
+    SQLite::Statement clearPath(database, "UPDATE widget SET external_storage_path = '' WHERE kx_app_id = ?1");
+    SQLite::Statement setUnavailable(database, "UPDATE widget SET available = 0 WHERE kx_app_id = ?1");
     for (const std::string& id : ids) {
-        const std::string place = APPS + id + "_img/";
+        const std::string imageDir = APPS + id + "_img/";
         LOG("Dao handle: %s", id.c_str());
-        LOG("Path to check: %s", place.c_str());
-        clearPath.update(id);
+        LOG("Path to check: %s", imageDir.c_str());
+        change(clearPath, id);
         LOG("Removing symlinks");
-        removeLink(place + id + ".img");
-        for (const std::string& file : METADATA_FILES) {
-            removeLink(place + file);
+        for (const std::string& file : files(id)) {
+            must(unlink((imageDir + file).c_str()), "unlink");
+            LOG("Symlink has been removed: %s%s", imageDir.c_str(), file.c_str());
         }
         LOG("Updating DB, kxAppId: %s", id.c_str());
-        setUnavailable.update(id);
+        change(setUnavailable, id);
     }
+    LOG("Action's clean is not required.");
     return ids;
 }
 
@@ -169,26 +104,20 @@ std::vector<std::string> makeAllUnavailable()
 int main(int argc, char** argv)
 {
     openlog("ZELMAR_INSTALLER", 0, LOG_USER);
-    openDatabase();
+    const int apps = open(APPS.c_str(), O_RDONLY);
+    SQLite::Database database("/opt/usr/zelmar/widgets.db", SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX);
+    sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    database.exec("PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 3906");
+
     LOG("Parsing command line arguments");
-    if (argc < 2) {
-        return 0;
-    }
     LOG("Selected action name: %s", argv[1]);
-    std::vector<std::string> ids;
-    if (std::strcmp(argv[1], "--make-available") == 0) {
-        LOG("Parsing required parameters");
-        LOG("External path: %s", argv[3]);
-        LOG("Running action: %s", "make-available");
-        ids.assign(argv + 5, argv + argc);
-        makeAvailable(argv[3], ids);
-        LOG("Cleaning...");
+    LOG("Parsing required parameters");
+    LOG("Running action");
+    Strings ids(argv + std::min(argc, 5), argv + argc);
+    if (ids.empty()) {
+        ids = makeAllUnavailable(database);
     } else {
-        LOG("Running action: %s", "make-unavailable");
-        ids = makeAllUnavailable();
-        // Once for the action, once for the one that it runs inside.
-        LOG("Action's clean is not required.");
-        LOG("Action's clean is not required.");
+        makeAvailable(database, argv[3], ids);
     }
     std::string result;
     for (const std::string& id : ids) {
@@ -196,6 +125,6 @@ int main(int argc, char** argv)
     }
     LOG("chosenAction result : %s", result.c_str());
     std::cout << result << std::endl;
-    closeDatabase();
+    must(syncfs(apps), "syncfs");
     return 0;
 }

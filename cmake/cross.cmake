@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # Builds for the architecture that ZELMAR_TARGET names (arm-linux-gnueabihf) with Debian's cross compiler, against the
-# sysroot that cmake/cross-sysroot makes, and runs what it built under qemu.
+# sysroot that tools/sysroot makes, and runs what it built under qemu.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZELMAR_TARGET)
 string(REGEX MATCH "^[^-]+" CMAKE_SYSTEM_PROCESSOR ${ZELMAR_TARGET})
 set(CMAKE_SYSTEM_NAME Linux)

@@ -2,6 +2,7 @@
 """A television in the private /opt: widgets, a stick, the widget database and the system log, all real."""
 
 import os
+import random
 import resource
 import shutil
 import socket
@@ -9,6 +10,7 @@ import sqlite3
 import subprocess
 import sys
 import threading
+import time
 import unittest
 from collections import namedtuple
 from contextlib import closing, contextmanager, suppress
@@ -147,6 +149,9 @@ class TelevisionTest(unittest.TestCase):
 
     @staticmethod
     def main():
+        seed = os.environ.get("SEED", str(time.time_ns() % 10**6))
+        print(f"SEED={seed}")  # of the random choices
+        random.seed(seed)
         chosen = ["-k", os.environ["CASE"]] if "CASE" in os.environ else []
         unittest.main(argv=[*sys.argv[:1], *chosen], verbosity=2)
 

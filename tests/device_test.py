@@ -93,10 +93,17 @@ class DeviceTest(TelevisionTest):
         device.sql("UPDATE widget SET tizen_app_id = CAST(X'C328' AS TEXT), available = 1 WHERE kx_app_id = 'odd'")
         before = device.state()
         missing = f'boost::filesystem::canonical: No such file or directory: "{STICK.parent}/opt"'
+        unstorable = b"/opt/\xc3("
+        os.makedirs(unstorable + b"/a_img")
+        os.mknod(unstorable + b"/a_img/a.img")
         for path, name, message in ((STICK, b"\xc3(", ill_formed), ("opt", "a", missing),
-                                    (STICK, "odd", f"Find a widget by its KxAppId: {ill_formed}")):
+                                    (STICK, "odd", f"Find a widget by its KxAppId: {ill_formed}"),
+                                    (unstorable, "local", "Not well-formed UTF-8: /opt/\\xc3(")):
             run = device.run("--make-available", "--path", path, "a", name, cwd="/")
             self.assertEqual((255, "", f"{message}\n", before), (*run[:3], device.state()))
+        self.assertFalse([line for line in run.log if "Preparing link" in line], "no link leads where no row can")
+        run = device.run("--make-available", "--path", unstorable, "unknown")
+        self.assertEqual((0, "unknown,FAIL,Widget_Is_Not_Installed:\n", ""), run[:3])
         device.available("a")
         device.widget("unnamed").sql("UPDATE widget SET kx_app_id = NULL, available = 1 WHERE kx_app_id = 'unnamed'")
         run = device.run("--make-all-unavailable")

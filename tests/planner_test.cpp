@@ -8,13 +8,15 @@
 #include <report.h>
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
+#include <map>
 #include <random>
 #include <sstream>
 
 using namespace ZelmarWidgets;
 using Command = Scope::Command;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 namespace {
 
@@ -26,20 +28,25 @@ std::string pathOf(const std::string& stick)
     return stick == "x" ? "/mnt/x" : stick == "own" ? "/home/own" : stick == "m" ? "/media/m" : ROOTS[0] + "/" + stick;
 }
 
-struct Row {
-    const char* name;
-    const char* row;     // usb, tv or unknown; available; @stick of the path; nodir; hidden
-    const char* links;   // file letter and stick it leads to, "!" if unlabelled; "own" is a folder of the owner's
-    const char* sticks;  // mounted, the latest first; after a colon, the files in the widget's folder; x is not mounted
-    const char* plan;    // stick | faults | steps
-};
+std::vector<std::string> cellsOf(const std::string& row)
+{
+    std::vector<std::string> cells;
+    std::istringstream rest(row);
+    for (std::string cell; std::getline(rest, cell, '|');) {
+        const std::size_t first = cell.find_first_not_of(' ');
+        cells.push_back(first == std::string::npos ? "" : cell.substr(first, cell.find_last_not_of(' ') - first + 1));
+    }
+    cells.resize(7);
+    return cells;
+}
 
-/** What the row tells of a widget "P", and what every stick holds, whether somebody asks it or not. */
-std::pair<WidgetFacts, std::vector<Content>> read(const Row& row)
+/** What the cells tell of the widget, and what every stick holds, whether somebody asks it or not. */
+std::pair<WidgetFacts, std::vector<Content>> read(const std::string& row, const std::string& linkCell,
+                                                  const std::string& stickCell)
 {
     WidgetFacts widget;
     widget.identifier = "P";
-    std::istringstream words(row.row);
+    std::istringstream words(row);
     for (std::string word; words >> word;) {
         widget.home = word == "tv" ? Home::TELEVISION : word == "unknown" ? Home::UNKNOWN : widget.home;
         widget.available |= word == "available";
@@ -50,7 +57,7 @@ std::pair<WidgetFacts, std::vector<Content>> read(const Row& row)
             widget.storagePath = contentDirectory(widget.rowStick, "P");
         }
     }
-    std::istringstream links(row.links);
+    std::istringstream links(linkCell);
     for (std::string link; links >> link;) {
         const std::size_t file = LETTERS.find(link[0]);
         const bool labelled = link.back() != '!';
@@ -59,7 +66,7 @@ std::pair<WidgetFacts, std::vector<Content>> read(const Row& row)
         widget.links[file] = {folder + "/" + fileNames("P")[file], labelled};
     }
     std::vector<Content> contents;
-    std::istringstream sticks(row.sticks);
+    std::istringstream sticks(stickCell);
     for (std::string stick; sticks >> stick;) {
         const std::size_t colon = stick.find(':');
         Content content{pathOf(stick.substr(0, colon)), colon != std::string::npos};
@@ -94,6 +101,7 @@ WidgetPlan planned(WidgetFacts widget, const Scope& scope, const std::vector<Con
     return planFor(widget, scope, ROOTS);
 }
 
+/** The last three cells of a row. */
 std::string text(const WidgetPlan& plan)
 {
     const char* const names[] = {"directory", "clear", "unavailable", "available"};
@@ -102,99 +110,35 @@ std::string text(const WidgetPlan& plan)
         steps += std::string(" ") + names[static_cast<int>(step)];
     }
     const std::string stick = plan.stick.substr(plan.stick.rfind('/') + 1);
-    return stick + (plan.faults.empty() && steps.empty() ? "" : " | " + namesOf(plan.faults) + " |" + steps);
+    return stick + " | " + namesOf(plan.faults) + " |" + steps;
 }
 
-void check(const Scope& scope, const std::vector<Row>& rows)
+TEST(Planner, DoesWhatTheTableSays)
 {
-    for (const Row& row : rows) {
-        const auto [widget, contents] = read(row);
-        EXPECT_EQ(row.plan, text(planned(widget, scope, contents))) << row.name;
+    const std::map<std::string, Command> commands{
+        {"heal", Command::HEAL}, {"plug", Command::PLUG}, {"unplug", Command::UNPLUG}, {"remove", Command::REMOVE}};
+    std::ifstream table(PLANNER_TABLE);
+    int rows = 0;
+    Scope scope;
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream words(line);
+        std::string first;
+        words >> first;
+        if (first == "$") {
+            std::string command;
+            words >> command >> scope.argument;
+            scope.command = commands.at(command);
+            scope.argument = command == "plug" || scope.argument[0] == 'd' ? pathOf(scope.argument) : scope.argument;
+        } else if (!first.empty() && first != "#") {
+            const auto cells = cellsOf(line);
+            const auto [widget, contents] = read(cells[1], cells[2], cells[3]);
+            EXPECT_EQ(cells[4] + " | " + cells[5] + " |" + (cells[6].empty() ? "" : " ") + cells[6],
+                      text(planned(widget, scope, contents)))
+                << scope.argument << ": " << cells[0];
+            ++rows;
+        }
     }
-}
-
-TEST(Planner, Heals)
-{
-    check(
-        {Command::HEAL, ""},
-        {
-            {"all is well", "usb available @d1", "id1 cd1", "d1:ic", "d1"},
-            {"unavailable, no stick", "usb", "", "d1 d2", ""},
-            {"a path that is left in the row does not matter", "usb @d1", "", "", ""},
-            {"the row's stick comes before one mounted later", "usb available @d1", "id1", "d2:i d1:i", "d1"},
-            {"a stick mounted elsewhere, known by the row", "usb available @x", "ix", "d1:i x:i", "x"},
-            {"an empty folder is no content", "usb available @d1", "id1", "d2: d1:i", "d1"},
-            {"missing", "usb available @d1", "id1", "d1:iw", "d1 | link-missing | available"},
-            {"leads into another stick", "usb available @d1", "id1 cd2", "d1:ic d2:c",
-             "d1 | link-elsewhere | unavailable available"},
-            {"leads to what the stick no longer holds", "usb available @d1", "id1 cd1", "d1:i",
-             "d1 | link-elsewhere | unavailable available"},
-            {"leads out of all sticks", "usb available @d1", "ibin", "d1:i", "d1 | link-elsewhere | available"},
-            {"a link of the owner's that is in nobody's way", "usb available @d1", "id1 cbin", "d1:i", "d1"},
-            {"unlabelled", "usb available @d1", "id1! cd1!", "d1:ic", "d1 | link-unlabelled | available"},
-            {"all at once", "usb available @d1", "wd2 cd1!", "d1:iwc",
-             "d1 | link-missing, link-elsewhere, link-unlabelled | unavailable available"},
-            {"pulled", "usb available @d1", "id1", "d2", " | content-gone | unavailable"},
-            {"pulled, and a link is gone already", "usb available @d1", "", "", " | content-gone | unavailable"},
-            {"pulled, another holds it", "usb available @d1", "id1", "d2:i",
-             "d2 | content-gone | unavailable available"},
-            {"its image has been deleted", "usb available @d1", "id1", "d1:c", " | no-image | unavailable"},
-            {"deleted, another holds it", "usb available @d1", "", "d1: d2:i", "d2 | no-image | available"},
-            {"not plugged", "usb", "", "d2 d1:i", "d1 | not-plugged | available"},
-            {"the one mounted last", "usb", "", "d2:i d1:i", "d2 | not-plugged | available"},
-            {"the one in the row, though another was mounted last", "usb @d1", "", "d2:i d1:i",
-             "d1 | not-plugged | available"},
-            {"not plugged, with a link to another", "usb", "id2", "d1:i",
-             "d1 | not-plugged, link-left | unavailable available"},
-            {"a link is left", "usb", "cd1", "", " | link-left | unavailable"},
-            {"a link is no witness", "usb", "iown", "", " | link-left | unavailable"},
-            {"a link through another name of the root", "usb", "im", "", " | link-left | unavailable"},
-            {"the owner's own link", "usb", "ibin", "", ""},
-            {"no directory", "usb nodir", "", "", " | directory-missing | directory"},
-            {"no directory, not plugged", "usb nodir", "", "d1:i", "d1 | directory-missing | directory available"},
-            {"no directory, pulled", "usb nodir available @d1", "", "", " | directory-missing | directory unavailable"},
-            {"on the television", "tv", "ibin cown", "d1:ic", ""},
-            {"on the television, available", "tv available nodir", "", "d1:ic", ""},
-            {"on the television, with links to sticks", "tv available @x", "id1 cx wown", "", " | link-left | clear"},
-            {"unknown", "unknown", "ibin cown", "", ""},
-            {"unknown, with a link to a stick", "unknown", "id1", "d1:i", " | unknown-widget | clear"},
-            {"not to be looked at", "usb hidden available @d1", "", "", ""},
-        });
-}
-
-TEST(Planner, PlugsUnplugsAndRemoves)
-{
-    check({Command::PLUG, pathOf("d2")},
-          {
-              {"comes first", "usb available @d1", "id1", "d1:i d2:i", "d2 | not-plugged | unavailable available"},
-              {"a second time", "usb available @d2", "id2", "d1:i d2:i", "d2"},
-              {"an empty folder takes nothing", "usb available @d1", "id1", "d2: d1:i", "d1"},
-              {"another stick was swapped for it", "usb available @d2", "id2", "d1:i d2",
-               "d1 | content-gone | unavailable available"},
-              {"a link to it is left", "usb", "cd2", "d2", " | link-left | unavailable"},
-              {"another's", "usb", "", "d1:i d2", "not about it"},
-              {"another's, though the name begins alike", "usb @d22", "", "d2", "not about it"},
-              {"on the television", "tv", "", "d2:i", "not about it"},
-          });
-    check(
-        {Command::UNPLUG, pathOf("d1")},
-        {
-            {"still mounted", "usb available @d1", "id1", "d1:i", " | content-gone | unavailable"},
-            {"a mount below has gone, too", "usb available @d1/a", "", "d1/a:i", " | content-gone | unavailable"},
-            {"another holds it", "usb available @d1", "id1", "d1:i d2:i", "d2 | content-gone | unavailable available"},
-            {"a link only", "usb", "cd1", "d1:i", " | link-left | unavailable"},
-            {"a link of a widget on the television", "tv", "cd1 iown", "", " | link-left | clear"},
-            {"another's", "usb available @d2", "", "d1:i", "not about it"},
-            {"another's, though the name begins alike", "usb available @d11", "id11", "", "not about it"},
-        });
-    check({Command::UNPLUG, "/"},
-          {{"everything", "usb available @d1", "id1", "d1:i", " | content-gone | unavailable"}});
-    check({Command::REMOVE, "P"},
-          {
-              {"no stick counts", "usb available @d1", "id1", "d1:i d2:i", " | content-gone | unavailable"},
-              {"no directory", "usb nodir", "", "d1:i", ""},
-              {"no directory, available", "usb nodir available @d1", "", "", " | content-gone | directory unavailable"},
-          });
+    EXPECT_LT(50, rows);
 }
 
 /** The plan carried out, as the tool does it. */
@@ -241,7 +185,7 @@ TEST(Planner, HasNothingToDoAfterwards)
         for (const std::string stick : {" d3", " d1", " d2", " x"}) {
             sticks += oneOf({"", stick, stick + ":", stick + ":c", stick + ":iw", stick + ":iwcs"});
         }
-        auto [widget, contents] = read({"", row.c_str(), links.c_str(), sticks.c_str(), ""});
+        auto [widget, contents] = read(row, links, sticks);
         const Scope scope = std::vector<Scope>{{Command::HEAL, ""},
                                                {Command::PLUG, pathOf("d1")},
                                                {Command::UNPLUG, pathOf("d1")},

@@ -56,7 +56,7 @@ class WatchTest(TelevisionTest):
                 start = time.monotonic()
                 told = [list(json.loads(line).values()) for line in self.lines(watch, len(expected))]
                 waits.append(time.monotonic() - start)
-                self.assertEqual(expected, [[name, *facts] for name, _, *facts in told], script)
+                self.assertEqual(expected, [[name, *facts] for _, name, _, *facts in told], script)
             watch.terminate()
             self.assertEqual(([], 0), (watch.stdout.readlines(), watch.wait(9)))
         self.assertLess(statistics.median(waits), 0.2)

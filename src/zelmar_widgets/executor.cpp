@@ -277,7 +277,7 @@ void Execution::changeFiles(const WidgetPlan& plan)
     } else if (plan.steps.front() == Step::CLEAR_LINKS) {
         const InstanceLock lock;
         for (const std::string& name : plan.staleLinks) {
-            const std::string link = directory + "/" + name;
+            const std::string link = fs::path(directory) / name;
             // A file that stands there by now is the owner's.
             if (fs::is_symlink(fs::symlink_status(link, error)) && unlink(link.c_str()) != 0) {
                 m_failures[plan.identifier].advice = systemFailure(errno, link).text();
@@ -483,7 +483,9 @@ std::string stickToUnplug(const std::string& mountPoint)
     if (error || path.empty()) {
         throw badCommandLine("no mount point: '" + mountPoint + "'", "name a directory");
     }
-    const auto withoutSlash = [](const fs::path& some) { return some.has_filename() ? some : some.parent_path(); };
+    const auto withoutSlash = [](const fs::path& some) {
+        return some.has_filename() ? some : some.parent_path();
+    };
     path = withoutSlash(path);
     // A link may outlive the mount point that it leads to.
     for (int links = 0; links < MAX_LINKS && fs::is_symlink(fs::symlink_status(path, error)); ++links) {

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <optional>
 #include <filesystem>
+#include <optional>
 
 #include "executor.h"
 #include "failure.h"

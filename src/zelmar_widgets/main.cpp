@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include <fcntl.h>
 #include <platform/widget_registry.h>
+#include <standard_descriptors.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
@@ -91,16 +90,6 @@ ExitStatus bringAbout(const Scope& scope, const Request& request)
     }
     tellTroubles(report.troubles);
     return report.status;
-}
-
-/** Fills closed standard descriptors, so that no file opened later takes the place of one. */
-void fillStandardDescriptors()
-{
-    int file = 0;
-    do {
-        file = open("/dev/null", O_RDONLY);
-    } while (file >= 0 && file <= STDERR_FILENO);
-    close(file);
 }
 
 /**
@@ -223,7 +212,7 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     // Everybody may read what root makes here, and nobody else may write to it.
     umask(S_IWGRP | S_IWOTH);
-    fillStandardDescriptors();
+    ZelmarFrontend::fillStandardDescriptors();
     std::ios::sync_with_stdio(false);
     Request request;
     try {

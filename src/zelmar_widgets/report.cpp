@@ -17,9 +17,6 @@ namespace {
 using nlohmann::ordered_json;
 using Row = std::array<std::string, 5>;
 
-// Of all that --json prints. It changes when a field changes its meaning or goes.
-constexpr int JSON_FORMAT = 1;
-
 std::string stateOf(const WidgetFacts& widget)
 {
     switch (widget.home) {
@@ -103,22 +100,9 @@ std::string translated(const std::string& text, Function shown)
     return translation;
 }
 
-/**
- * For JSON, which holds UTF-8 alone: a byte that is none becomes U+FFFD and two digits, U+FFFD itself is doubled. So
- * names stay distinct, and all others stay as they are.
- */
 ordered_json textOrNull(const std::string& text)
 {
-    if (text.empty()) {
-        return {};
-    }
-    return translated(text, [](const std::string& bytes, boost::locale::utf::code_point character) {
-        const std::string replacement = "\ufffd";
-        if (!boost::locale::utf::is_valid_codepoint(character)) {
-            return replacement + hexadecimal(bytes[0]);
-        }
-        return bytes == replacement ? replacement + replacement : bytes;
-    });
+    return text.empty() ? ordered_json() : ordered_json(textForJson(text));
 }
 
 ordered_json textsOf(const std::vector<std::string>& texts)
@@ -136,7 +120,7 @@ ordered_json linksOf(const WidgetFacts& widget)
     const auto names = fileNames(widget.identifier);
     for (std::size_t file = 0; file < FILE_COUNT; ++file) {
         if (const auto& link = widget.links[file]) {
-            links[textOrNull(names[file])] = {{"target", textOrNull(link->target)}, {"labelled", link->labelled}};
+            links[textForJson(names[file])] = {{"target", textOrNull(link->target)}, {"labelled", link->labelled}};
         }
     }
     return links;
@@ -238,19 +222,15 @@ void printJson(const Failure& failure)
              {"advice", textOrNull(failure.advice())}}}});
 }
 
-void printLine(const WidgetState& widget)
+std::string textForJson(const std::string& text)
 {
-    std::cout << printable(widget.identifier) << ": " << widget.state
-              << (widget.stick.empty() ? "" : " from " + printable(widget.stick)) << '\n';
-}
-
-void printJsonLine(const WidgetState& widget)
-{
-    const ordered_json line = {{"identifier", textOrNull(widget.identifier)},
-                               {"application", textOrNull(widget.application)},
-                               {"state", widget.state},
-                               {"stick", textOrNull(widget.stick)}};
-    std::cout << line.dump() << '\n';
+    return translated(text, [](const std::string& bytes, boost::locale::utf::code_point character) {
+        const std::string replacement = "\ufffd";
+        if (!boost::locale::utf::is_valid_codepoint(character)) {
+            return replacement + hexadecimal(bytes[0]);
+        }
+        return bytes == replacement ? replacement + replacement : bytes;
+    });
 }
 
 std::string printable(const std::string& text)

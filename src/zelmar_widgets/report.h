@@ -10,6 +10,9 @@
 
 namespace ZelmarWidgets {
 
+// Of all that --json prints. It changes when a field changes its meaning or goes.
+constexpr int JSON_FORMAT = 1;
+
 /** A widget as it is, and as it should be. */
 struct WidgetStatus {
     WidgetFacts facts;
@@ -26,22 +29,14 @@ void printJson(const Report& report);
 
 void printJson(const Failure& failure);
 
-/** How the database has a widget. */
-struct WidgetState {
-    std::string identifier;
-    std::string application;
-    std::string state;
-    std::string stick{};  // that the widget is available from
-};
-
-void printLine(const WidgetState& widget);
-void printJsonLine(const WidgetState& widget);
+/** Control characters and bytes that are not UTF-8 become \xHH, a backslash becomes two: no terminal obeys the text. */
+std::string printable(const std::string& text);
 
 /**
- * The text without control characters and with all else that could take over a terminal, or look like another name,
- * written as \xHH; a backslash becomes two.
+ * JSON holds UTF-8 alone: a byte that is none becomes U+FFFD and two digits, U+FFFD itself is doubled. So names stay
+ * distinct, and nearly all stay as they are.
  */
-std::string printable(const std::string& text);
+std::string textForJson(const std::string& text);
 
 /** Ends the output. Throws Failure if any of it could not be written. */
 void finishOutput();

@@ -11,10 +11,9 @@
 #include <csignal>
 #include <iostream>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include "failure.h"
 #include "report.h"
@@ -31,7 +30,12 @@ using ZelmarDB::RegistryFault;
 constexpr int PAUSE_MILLISECONDS = 50;
 constexpr int FOREVER = -1;
 
-using States = std::map<std::string, WidgetState>;  // by identifier
+struct WidgetState {
+    std::string application;
+    std::string state;
+    std::string stick;  // empty: none
+};
+using States = std::map<std::string, WidgetState>;
 
 bool operator!=(const WidgetState& one, const WidgetState& other)
 {
@@ -41,12 +45,12 @@ bool operator!=(const WidgetState& one, const WidgetState& other)
 WidgetState stateOf(const RegisteredWidget& row)
 {
     if (!row.installedOnUsb) {
-        return {row.identifier, row.application, "on-device"};
+        return {row.application, "on-device", ""};
     }
     if (!row.available) {
-        return {row.identifier, row.application, "unavailable"};
+        return {row.application, "unavailable", ""};
     }
-    return {row.identifier, row.application, "available", stickOf(row.storagePath, row.identifier)};
+    return {row.application, "available", stickOf(row.storagePath, row.identifier)};
 }
 
 /** Nothing while there is no usable database: it may be about to be made or replaced. */
@@ -69,21 +73,37 @@ std::optional<States> statesNow()
     }
 }
 
-std::vector<WidgetState> changes(const States& before, const States& now)
+void print(const std::string& identifier, const WidgetState& widget, bool json)
 {
-    std::vector<WidgetState> changes;
+    if (json) {
+        nlohmann::ordered_json line = {{"format", JSON_FORMAT},
+                                       {"identifier", textForJson(identifier)},
+                                       {"application", textForJson(widget.application)},
+                                       {"state", widget.state},
+                                       {"stick", nullptr}};
+        if (!widget.stick.empty()) {
+            line["stick"] = textForJson(widget.stick);
+        }
+        std::cout << line.dump() << '\n';
+    } else {
+        std::cout << printable(identifier) << ": " << widget.state
+                  << (widget.stick.empty() ? "" : " from " + printable(widget.stick)) << '\n';
+    }
+}
+
+void tellChanges(const States& before, const States& now, bool json)
+{
     for (const auto& [identifier, widget] : now) {
         const auto old = before.find(identifier);
         if (old == before.end() || old->second != widget) {
-            changes.push_back(widget);
+            print(identifier, widget, json);
         }
     }
     for (const auto& [identifier, widget] : before) {
         if (now.count(identifier) == 0) {
-            changes.push_back({identifier, widget.application, "removed"});
+            print(identifier, {widget.application, "removed", ""}, json);
         }
     }
-    return changes;
 }
 
 /** The signals that end this program, as a descriptor. */
@@ -116,7 +136,7 @@ void watch(bool json)
 {
     const auto registry = ZelmarDB::watchRegistry();
     if (!registry) {
-        throw Failure(COULD_NOT_WORK, Failure::Kind::DATABASE, "this platform cannot tell of changes",
+        throw Failure(COULD_NOT_WORK, Failure::Kind::SYSTEM, "this platform cannot tell of changes",
                       "call 'zelmar-widgets status' from time to time");
     }
     const int signals = endSignals();
@@ -125,9 +145,7 @@ void watch(bool json)
     do {
         registry->reset();
         if (auto now = statesNow()) {
-            for (const WidgetState& widget : changes(told, *now)) {
-                json ? printJsonLine(widget) : printLine(widget);
-            }
+            tellChanges(told, *now, json);
             told = std::move(*now);
         }
         if (!std::cout.flush() && !endsWithin(0, signals, NO_CHANGE)) {

@@ -26,7 +26,7 @@ std::string normal(const std::string& path)
 std::array<std::string, FILE_COUNT> fileNames(const std::string& identifier)
 {
     static_assert(std::size(ZelmarFrontend::LINKED_METADATA_FILES) == FILE_COUNT - 1);
-    std::array<std::string, FILE_COUNT> names{identifier + ".img"};
+    std::array<std::string, FILE_COUNT> names{ZelmarFrontend::imageFileName(identifier)};
     std::copy(std::begin(ZelmarFrontend::LINKED_METADATA_FILES), std::end(ZelmarFrontend::LINKED_METADATA_FILES),
               names.begin() + 1);
     return names;
@@ -39,7 +39,7 @@ std::string imageDirectory(const std::string& identifier)
 
 std::string contentDirectory(const std::string& stick, const std::string& identifier)
 {
-    return stick + (stick == "/" ? "" : "/") + identifier + "_img";
+    return stick + (stick == "/" ? "" : "/") + ZelmarFrontend::imageDirectoryName(identifier);
 }
 
 std::string stickOf(const std::string& directory, const std::string& identifier)

@@ -201,8 +201,8 @@ void Surveyor::lookAtUnknown(const std::vector<RegisteredWidget>& rows)
     std::set<std::string> identifiers;
     std::error_code error;
     for (fs::directory_iterator entry(INSTALLATION_ROOT, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string identifier = entry->path().filename().string();
-        const std::string stem = identifier.substr(0, identifier.rfind("_img"));
+        const std::string name = entry->path().filename().string();
+        const std::string stem = name.substr(0, name.rfind(ZelmarFrontend::imageDirectoryName("")));
         std::error_code unreadable;
         if (imageDirectory(stem) == entry->path() && known.count(stem) == 0 &&
             fs::is_directory(entry->symlink_status(unreadable))) {

@@ -47,9 +47,9 @@ public:
         for (const int source : {m_files, m_timer}) {
             epoll_event event = {EPOLLIN, {}};
             if (epoll_ctl(m_any, EPOLL_CTL_ADD, source, &event) != 0) {
-                const RegistryError exhausted = noWatch();
+                const int error = errno;
                 closeAll();
-                throw exhausted;
+                throw noWatch(error);
             }
         }
     }
@@ -79,16 +79,16 @@ public:
     }
 
 private:
-    static RegistryError noWatch()
+    static RegistryError noWatch(int error)
     {
-        return {RegistryFault::EXHAUSTED, std::string(DATABASE_FILE) + " cannot be watched: " + std::strerror(errno)};
+        return {RegistryFault::EXHAUSTED, std::string(DATABASE_FILE) + " cannot be watched: " + std::strerror(error)};
     }
 
     /** What is not there is told of by its folder. */
     void watch(const std::string& path, std::uint32_t events)
     {
         if (inotify_add_watch(m_files, path.c_str(), events) < 0 && (errno == ENOSPC || errno == ENOMEM)) {
-            throw noWatch();
+            throw noWatch(errno);
         }
     }
 

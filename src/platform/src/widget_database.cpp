@@ -10,6 +10,8 @@
 #include <thread>
 #include <utility>
 
+#include "widget_db.h"
+
 namespace ZelmarDB {
 
 namespace {

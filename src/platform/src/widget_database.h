@@ -12,8 +12,6 @@
 namespace ZelmarDB {
 
 constexpr char DATABASE_FILE[] = "/opt/usr/zelmar/widgets.db";
-constexpr int APPLICATION_ID = 0x5a4b5857;  // as widget_db.sql sets it
-constexpr int SCHEMA_VERSION = 1;
 
 /** Throws SQLite::Exception if the tables are not ours, or of another version. */
 void requireWidgetDatabase(SQLite::Database& database);

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include <fcntl.h>
-#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -19,24 +17,11 @@
 #include "make_all_widgets_unavailable_action.h"
 #include "make_widgets_available_action.h"
 #include "make_widgets_unavailable_action.h"
+#include "standard_descriptors.h"
 #include "zelmar_frontend_constants.h"
 #include "zelmar_frontend_parameter_parser.h"
 
 using namespace ZelmarFrontend;
-
-namespace {
-
-/** Fills closed standard descriptors, so that no message lands in a file or socket opened later. */
-void fillStandardDescriptors()
-{
-    int descriptor;
-    do {
-        descriptor = open("/", O_PATH | O_CLOEXEC);  // a write to it fails, as one to a closed descriptor does
-    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
-    close(descriptor);
-}
-
-}  // namespace
 
 int main(int argc, char** argv)
 {

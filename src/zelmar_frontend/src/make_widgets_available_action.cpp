@@ -89,8 +89,6 @@ void MakeWidgetsAvailableAction::setRequiredParameters(const boost::program_opti
         throw std::runtime_error("KxAppId not found");
     }
     appendWidgets(m_widgets, vm["kxAppId"].as<std::vector<std::string>>());
-    // Throws for a path that the database could not hold, before any link points into it.
-    DPL::FromUTF8String(m_externalPath);
 }
 
 void MakeWidgetsAvailableAction::runAction()
@@ -114,7 +112,7 @@ void MakeWidgetsAvailableAction::runAction()
             continue;
         }
 
-        const fs::path imageDir = imageDirectory(pkgId);
+        fs::path imageDir = imageDirectory(pkgId);
         boost::system::error_code error;
         if (!fs::is_directory(fs::status(imageDir, error))) {
             ZELMAR_DEBUG("Cannot find installation dir: %s", imageDir.c_str());
@@ -124,9 +122,8 @@ void MakeWidgetsAvailableAction::runAction()
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
         }
-        // Only a check: links and log use the path as it stands.
-        fs::path canonicalDir = imageDir;
-        if (!canonicalizePath(canonicalDir, INSTALLATION_ROOT)) {
+        // Only a check: the links are made by the path as it stands, which createSymlinks builds anew.
+        if (!canonicalizePath(imageDir, INSTALLATION_ROOT)) {
             ZELMAR_DEBUG("Local destination path is not valid");
             failWidget(widget, ERROR_INSTALL_DIR_NOT_FOUND);
             continue;
@@ -162,7 +159,11 @@ void MakeWidgetsAvailableAction::createSymlinks(const std::string& pkgId)
 {
     ZELMAR_DEBUG("Creating symlinks, pkgId: %s", pkgId.c_str());
 
-    for (const auto& [target, link] : createLinksList(pkgId, m_externalPath)) {
+    const LinksList links = createLinksList(pkgId, m_externalPath);
+    // Throws for a path that the database cannot hold, before any link points into it: the whole run fails.
+    DPL::FromUTF8String(m_externalPath);
+
+    for (const auto& [target, link] : links) {
         ZELMAR_DEBUG("Preparing link: %s ---> %s", target.c_str(), link.c_str());
 
         boost::system::error_code error;

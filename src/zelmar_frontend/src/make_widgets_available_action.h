@@ -27,7 +27,8 @@ public:
 private:
     /**
      * Links and labels the widget's files that are on the stick. Throws KxWrtFrontendActionException, with an
-     * empty message, at the first link that fails; the removal of those made so far is registered.
+     * empty message, at the first link that fails; the removal of those made so far is registered. Throws another
+     * std::exception, before any link, if "path" is not UTF-8.
      */
     void createSymlinks(const std::string& pkgId);
 

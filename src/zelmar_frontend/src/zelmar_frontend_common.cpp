@@ -24,16 +24,6 @@ std::string throughDatabaseStrings(const std::string& pkgId)
 
 }  // namespace
 
-std::string imageDirectoryName(const std::string& pkgId)
-{
-    return pkgId + "_img";
-}
-
-std::string imageFileName(const std::string& pkgId)
-{
-    return pkgId + ".img";
-}
-
 std::string imageDirectory(const std::string& pkgId)
 {
     return ZelmarDB::KxPathBuilder()
@@ -75,10 +65,10 @@ void removeSymlink(const fs::path& path)
 void removeSymlinks(const std::string& pkgId)
 {
     ZELMAR_DEBUG("Removing symlinks");
-    const std::string imageDir = imageDirectory(pkgId);
-    removeSymlink(imageFileLink(imageDir, pkgId));
+    const fs::path imageDir = imageDirectory(pkgId);
+    removeSymlink(imageFileLink(imageDirectory(pkgId), pkgId));
     for (const std::string& name : LINKED_METADATA_FILES) {
-        removeSymlink(fs::path(imageDir) / name);
+        removeSymlink(fs::path(imageDir) /= name);
     }
 }
 

@@ -7,12 +7,6 @@
 
 namespace ZelmarFrontend {
 
-/** P_img for the identifier P: the name of the image directory, and of the content directory on the stick. */
-std::string imageDirectoryName(const std::string& pkgId);
-
-/** P.img for the identifier P: the name of the image file, and of the link to it. */
-std::string imageFileName(const std::string& pkgId);
-
 /** The widget's image directory, where its links are. Throws std::exception if the identifier is not UTF-8. */
 std::string imageDirectory(const std::string& pkgId);
 
