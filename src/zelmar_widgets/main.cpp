@@ -31,6 +31,7 @@ struct Request {
     bool json = false;
     bool dryRun = false;
     bool onDevice = false;
+    bool replace = false;
 };
 
 /** In the order asked for. Throws Failure if one is missing. */
@@ -90,6 +91,16 @@ ExitStatus bringAbout(const Scope& scope, const Request& request)
     }
     tellTroubles(report.troubles);
     return report.status;
+}
+
+void createDatabase(bool replace)
+{
+    using ZelmarDB::ExistingRegistry;
+    const auto [created, setAside] = init(replace ? ExistingRegistry::REPLACE : ExistingRegistry::KEEP);
+    for (const std::string& path : setAside) {
+        std::cout << "set aside " << printable(path) << '\n';
+    }
+    std::cout << (created ? "created" : "kept") << " the widget database\n";
 }
 
 /**
@@ -159,6 +170,7 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
     removing->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
 
     CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
+    creating->add_flag("--replace", request.replace, "Set the database that is there aside");
 
     CLI::App* const watching = app.add_subcommand("watch", "Tell each widget's state, then each change of it");
     watching->add_flag("--json", request.json, "Print JSON, one object a line");
@@ -185,7 +197,7 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
     } else if (removing->parsed()) {
         ZelmarWidgets::remove(request.identifier);
     } else if (creating->parsed()) {
-        init();
+        createDatabase(request.replace);
     } else {
         throw badCommandLine("no command", "see 'zelmar-widgets --help'");
     }
