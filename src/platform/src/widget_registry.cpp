@@ -334,7 +334,7 @@ RegistryCreation createRegistry(ExistingRegistry existing)
         throw systemError(error.value(), folder);
     }
     draft.write();
-    const RegistryCreation creation = {true, setAside()};
+    RegistryCreation creation = {true, setAside()};
     syncFolder(folder);  // after a power cut, no old log may stand beside the new database
     rename(draft.file(), DATABASE_FILE);
     syncFolder(folder);
