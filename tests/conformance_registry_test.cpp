@@ -5,7 +5,6 @@
 #include <platform/privilege_control.h>
 #include <platform/widget_registry.h>
 #include <poll.h>
-#include <unistd.h>
 #include <boost/filesystem.hpp>
 
 #include "conformance.h"
@@ -49,15 +48,15 @@ TEST(Registry, ListsAddsAndRemoves)
     EXPECT_FAULT("MISSING", listed(RegistryAccess::READ));
     EXPECT_FAULT("MISSING", registerWidget("a", "t.a", true));
     EXPECT_FAULT("MISSING", unregisterWidget("a"));
-    EXPECT_TOLD("done", createRegistry());
+    EXPECT_TOLD("true", createRegistry(ExistingRegistry::KEEP).created);
     EXPECT_TOLD("", listed(RegistryAccess::CHANGE));
 
     Conformance::putWidget("t.none", "", true);
     EXPECT_TOLD("done", registerWidget("колобок \n", "t.2", true));
     EXPECT_TOLD("done", registerWidget("b", "t.b", true));
-    access("/registering", F_OK);  // marks for tests/check-durability
+    mark("/registering");
     EXPECT_TOLD("done", registerWidget("a", "t.a", false));
-    access("/registered", F_OK);
+    mark("/registered");
     EXPECT_FAULT("TAKEN", registerWidget("a", "t.x", true)) << "identifier a";
     EXPECT_FAULT("TAKEN", registerWidget("x", "t.a", true)) << "application t.a";
     EXPECT_TOLD("done", KxDatabase::attachToThreadRW());
@@ -65,7 +64,7 @@ TEST(Registry, ListsAddsAndRemoves)
     EXPECT_TOLD("done", KxWidgetDAO::setExternalStoragePath(L"t.b", std::wstring(L"/b")));
     EXPECT_TOLD("t.a", KxWidgetDAO::getTizenAppIdFromKxAppId(L"a")) << "widget a, added by the registry";
     EXPECT_TOLD("done", KxDatabase::detachFromThread());
-    EXPECT_TOLD("done", createRegistry()) << "one that is there stays";
+    EXPECT_TOLD("false", createRegistry(ExistingRegistry::KEEP).created);
     for (const RegistryAccess access : {RegistryAccess::READ, RegistryAccess::CHANGE}) {
         EXPECT_TOLD("a t.a \nb t.b USB available /b\nколобок \n t.2 USB \n", listed(access));
     }
@@ -75,7 +74,10 @@ TEST(Registry, ListsAddsAndRemoves)
     EXPECT_TOLD("b t.b USB available /b\n", listed(RegistryAccess::READ));
     Conformance::makeEmptyFile();
     EXPECT_FAULT("FOREIGN", listed(RegistryAccess::READ));
-    EXPECT_FAULT("FOREIGN", registerWidget("a", "t.a", true));
+    EXPECT_FAULT("FOREIGN", createRegistry(ExistingRegistry::KEEP));
+    const RegistryCreation creation = createRegistry(ExistingRegistry::REPLACE);
+    EXPECT_TRUE(creation.created && fs::exists(creation.setAside.at(0))) << "createRegistry() in the place of another";
+    EXPECT_TOLD("", listed(RegistryAccess::READ));
 }
 
 TEST(Registry, TellsOfEachChange)
