@@ -13,6 +13,7 @@ from device import APPS, DATABASE, LABEL, STICK, TelevisionTest, held_by_another
 
 COMPANION = sys.argv[1:]
 BESIDE = os.path.join(os.path.dirname(COMPANION[-1]), "zelmar-frontend")
+EVENT_MANAGER = os.path.join(os.path.dirname(__file__), "../examples/event-manager")
 ODD = STICK.parent / 'my & "stick"\n\r\v\f$HOME \\040'
 NOBODY = ("unshare", "--user")  # another user, without root's powers
 ABSENT, LOCAL = ["unavailable", None, 0, []], ["on-device", None, 0, []]
@@ -205,6 +206,32 @@ class WidgetsTest(TelevisionTest):
                       (1, "remove c", f"! c is removed, but device or resource busy on {APPS}/c_img; unmount what is "
                                       "mounted there, then call again\n"))
         self.assertEqual({}, self.shown())
+
+    def test_the_event_manager_of_the_examples(self):
+        shell("mkdir bin; echo 'mv /opt/zelmar /opt/usr' >bin/sleep; chmod +x bin/sleep; rm -r usr/zelmar")
+
+        def event(*words, status=0):
+            done = subprocess.run([EVENT_MANAGER, *words], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
+                                  env={"PATH": f"/opt/bin:{os.path.dirname(BESIDE)}:{os.environ['PATH']}"})
+            self.assertEqual(status, done.returncode, done.stderr)
+
+        event("start")
+        with stick():
+            self.device.widget("a").widget("b")
+            event("start")  # which plugs what is there
+            self.assertEqual({"a": WHOLE, "b": WHOLE}, self.shown())
+        with stick():  # another one, and nobody has told of the first one's end
+            self.device.widget("c").content("b", ["image"])
+            event("mounted", STICK)
+            self.assertEqual({"a": ABSENT, "b": [*WHOLE[:2], 1, []], "c": WHOLE}, self.shown())
+            event("unmounting", STICK)
+            self.assertEqual({"a": ABSENT, "b": UNPLUGGED, "c": UNPLUGGED}, self.shown(1))
+            event("mounted", STICK)
+        shell("mv zelmar ..", "/opt/usr")
+        event("unmounted", STICK)  # in vain, until a pause has brought the database back
+        self.assertEqual(dict.fromkeys("abc", ABSENT), self.shown())
+        event("mounted", status=2)
+        event("zork", status=2)
 
     def test_bad_command_lines(self):
         (STICK.parent / "gone").symlink_to("/opt/nowhere/stick")
