@@ -5,6 +5,7 @@ import fcntl
 import json
 import os
 import random
+import sqlite3
 import subprocess
 import sys
 import time
@@ -232,6 +233,34 @@ class WidgetsTest(TelevisionTest):
         self.assertEqual(dict.fromkeys("abc", ABSENT), self.shown())
         event("mounted", status=2)
         event("zork", status=2)
+
+    def test_what_a_support_person_runs_first(self):
+        sound = f"database: {DATABASE} is sound, SQLite {sqlite3.sqlite_version}, schema version 1"
+        label, tool = "labels: /opt/usr/apps takes ", "start a syslog daemon: zelmar-frontend tells its reasons nowhere else"
+
+        def checks(status, *lines, **options):
+            self.assertEqual([f"program: {self.call(0, '--version').strip()}, {BESIDE}: ok",
+                              f"kernel: Linux {os.uname().release}: ok", *lines],
+                             self.call(status, "check", **options).splitlines())
+
+        with stick(), held_by_another("BEGIN IMMEDIATE", 9):
+            well = ["apps: /opt/usr/apps has room: ok", f"{label}them: ok", "log: somebody reads the system log: ok",
+                    f"sticks: {STICK.parent}: 1 mounted: ok", f"stick: {STICK} (tmpfs) can be read: ok"]
+            checks(0, f"{sound} (process {os.getpid()}, python3, holds it): ok", *well)
+        shell("rm zelmar/*-*", "/opt/usr")
+        before = os.listdir(DATABASE.parent)
+        checks(0, f"{sound}: ok", *well[:3], f"sticks: {STICK.parent}: 0 mounted: ok")
+        self.assertEqual(before, os.listdir(DATABASE.parent))
+        shell("mv storage real; ln -s real storage; rm /dev/log usr/zelmar/*")
+        with mounted(APPS, "-t", "ramfs", "none"):
+            checks(1, f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it", well[0],
+                   f"{label}none; have a file system with extended attributes there, and /proc mounted",
+                   f"log: nobody reads the system log; {tool}", f"sticks: {STICK.parent}, which is /opt/real/usb: 0 mounted: ok")
+        checks(1, f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it", well[0],
+               "labels: whether /opt/usr/apps takes them cannot be told, but by root: ok",
+               f"log: nobody reads the system log; {tool}", f"sticks: {STICK.parent}, which is /opt/real/usb: 0 mounted: ok", before=NOBODY)
+        self.assertEqual({"subject": "log", "finding": "nobody reads the system log", "advice": tool},
+                         json.loads(self.call(1, "check", "--json"))["checks"][5])
 
     def test_bad_command_lines(self):
         (STICK.parent / "gone").symlink_to("/opt/nowhere/stick")

@@ -193,6 +193,20 @@ void createRegistry()
     }
 }
 
+RegistryHealth inspectRegistry()
+{
+    try {
+        SQLite::Database database = openDatabase(RegistryAccess::READ);
+        const std::string problem = database.execAndGet("PRAGMA quick_check(1)").getString();
+        if (problem != "ok") {
+            throw RegistryError(RegistryFault::DAMAGED, std::string(DATABASE_FILE) + ": " + problem);
+        }
+        return {DATABASE_FILE, std::string("SQLite ") + SQLite::getLibVersion(), SCHEMA_VERSION};
+    } catch (const SQLite::Exception& e) {
+        throw databaseError(e);
+    }
+}
+
 bool isLabelled(const std::string& link)
 {
     char label[2];
