@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <iostream>
 #include <string>
 #include <system_error>
@@ -51,21 +52,23 @@ void change(SQLite::Statement& update, const std::string& id)
 void makeAvailable(SQLite::Database& database, const std::string& stick, const Strings& ids)
 {
     LOG("External path: %s", stick.c_str());
+    const std::string stickFolder = stick + "/";
     SQLite::Statement setPath(database, "UPDATE widget SET external_storage_path = ?2 WHERE kx_app_id = ?1");
     SQLite::Statement setAvailable(database, "UPDATE widget SET available = 1 WHERE kx_app_id = ?1");
     for (const std::string& id : ids) {
-        const std::string imageDir = APPS + id + "_img/", content = stick + "/" + id + "_img";
+        const std::string imageDir = APPS + id + "_img/", storagePath = stickFolder + id + "_img";
+        const std::string contentDir = storagePath + "/";
         LOG("===== Processing widget: %s ======", id.c_str());
         LOG("Path to check: %s", imageDir.c_str());
         LOG("Creating symlinks, pkgId: %s", id.c_str());
         for (const std::string& file : files(id)) {
-            const std::string link = imageDir + file, target = content + "/" + file;
+            const std::string link = imageDir + file, target = contentDir + file;
             LOG("Preparing link: %s ---> %s", target.c_str(), link.c_str());
             must(symlink(target.c_str(), link.c_str()), "symlink");
             LOG("Preaparing smack labels");
             must(lsetxattr(link.c_str(), "security.SMACK64", "_", 1, 0), "lsetxattr");
         }
-        setPath.bindNoCopy(2, content);
+        setPath.bindNoCopy(2, storagePath);
         change(setPath, id);
         LOG("Updating DB, pkgId: %s", id.c_str());
         change(setAvailable, id);
@@ -102,12 +105,12 @@ Strings makeAllUnavailable(SQLite::Database& database)
 }  // namespace
 
 int main(int argc, char** argv)
-{
+try {
     openlog("ZELMAR_INSTALLER", 0, LOG_USER);
     const int apps = open(APPS.c_str(), O_RDONLY);
     SQLite::Database database("/opt/usr/zelmar/widgets.db", SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX);
     sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    database.exec("PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 3906");
+    database.exec("PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 3906; PRAGMA journal_size_limit = 2000000");
 
     LOG("Parsing command line arguments");
     LOG("Selected action name: %s", argv[1]);
@@ -127,4 +130,7 @@ int main(int argc, char** argv)
     std::cout << result << std::endl;
     must(syncfs(apps), "syncfs");
     return 0;
+} catch (const std::exception& e) {
+    std::cerr << e.what() << std::endl;
+    return 1;
 }

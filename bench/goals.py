@@ -30,17 +30,19 @@ print_table()
 print()
 kept = True
 most = max(int(row["widgets"]) for row in ROWS if row["contestant"] == "tool")
-for action, calls, instructions in ("available", 79, 135000), ("all-unavailable", 56, 105000):
+for action, calls, instructions in ("available", 79, 135000), ("all-unavailable", 56, 110000):
     for name, at_most in ("system_calls", calls), ("instructions", instructions):
         found = figure(name, "tool", action, 1000)
         title = f"{name.replace('_', ' ')} a widget, {action}"
         kept &= keeps(f"{title}, of 1,000 widgets", found, at_most)
+        # A tenfold number makes the tree of the database a little deeper; what is quadratic grows tenfold.
         growth = figure(name, "tool", action, most) / figure(name, "tool", action, most // 10)
-        kept &= keeps(f"{title}, of {most:,} widgets by those of {most // 10:,}", growth, 1.05)
+        kept &= keeps(f"{title}, of {most:,} widgets by those of {most // 10:,}", growth, 1.1)
     written = [figure("bytes_written", who, action, 1000) for who in ("tool", "floor")]
     kept &= keeps(f"bytes written a widget, {action}, by those of the floor", written[0] / written[1], 1)
     for count in 1, 100:
         kept &= keeps(f"syncs in a run, {action}, {count} widgets", figure("syncs", "tool", action, count), 3)
-keeps("1,000 widgets available, median of the times by those of the peer", figure("median", "peer", "available", 1000),
-      0.45)
+if any(row["contestant"] == "peer" for row in ROWS):  # for root only
+    keeps("1,000 widgets available, median of the times by those of the peer",
+          figure("median", "peer", "available", 1000), 0.45)
 sys.exit(not kept)

@@ -2,12 +2,14 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <SQLiteCpp/VariadicBind.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/xattr.h>
 #include <boost/filesystem.hpp>
 #include <fstream>
-#include <sstream>
 
 #include "conformance.h"
+#include "widget_db.h"
 
 namespace Conformance {
 
@@ -16,9 +18,7 @@ const std::string FOLDER = "/opt/usr/zelmar", DATABASE_FILE = FOLDER + "/widgets
 void makeDatabase()
 {
     removeDatabase();
-    std::ostringstream schema;
-    schema << std::ifstream(SCHEMA).rdbuf();
-    SQLite::Database(DATABASE_FILE, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(schema.str());
+    SQLite::Database(DATABASE_FILE, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(WIDGET_DB_SQL);
 }
 
 bool removeDatabase()
@@ -27,6 +27,19 @@ bool removeDatabase()
     boost::filesystem::remove_all(FOLDER);
     boost::filesystem::create_directories(FOLDER);
     return existed;
+}
+
+void makeEmptyFile()
+{
+    removeDatabase();
+    std::ofstream{DATABASE_FILE};
+}
+
+std::shared_ptr<void> lockDatabase()
+{
+    auto database = std::make_shared<SQLite::Database>(DATABASE_FILE, SQLite::OPEN_READWRITE);
+    database->exec("BEGIN IMMEDIATE");
+    return database;
 }
 
 void breakDatabase()
@@ -58,6 +71,18 @@ std::string labelOf(const std::string& path)
     char label[100];
     const ssize_t size = lgetxattr(path.c_str(), "security.SMACK64", label, sizeof label);
     return std::string(label, size < 0 ? 0 : static_cast<size_t>(size));
+}
+
+std::string takeLog()
+{
+    static const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    constexpr sockaddr_un address = {AF_UNIX, "/dev/log"};
+    bind(log, reinterpret_cast<const sockaddr*>(&address), sizeof address);  // done by the first call alone
+    std::string lines, line(1 << 20, '\0');
+    for (ssize_t size; (size = recv(log, line.data(), line.size(), 0)) > 0;) {
+        lines.append(line, 0, static_cast<size_t>(size));
+    }
+    return lines;
 }
 
 }  // namespace Conformance

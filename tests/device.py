@@ -27,12 +27,25 @@ APPS = Path("/opt/usr/apps")
 STICK = Path("/opt/storage/usb/sda1")
 DATABASE = Path("/opt/usr/zelmar/widgets.db")
 SCHEMA = Path(__file__).parent.parent / "src/platform/widget_db.sql"
+# Another platform than ours is built: its database, labels and log are unknown.
+FOREIGN = "FOREIGN_PLATFORM" in os.environ
 METADATA = ("widget.info", "config.xml", "config.xml.spm")
 LABEL = "security.SMACK64"
+# What another process did to the database's log: nothing; let the run write over what would spoil the database if it
+# were read again; made it so long that the run folds it.
+CHANGE = "PRAGMA user_version = 1;"  # as it was, yet a page of the log
+PAGES = ("CREATE TABLE pages AS WITH n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 50)"
+         "SELECT zeroblob(450) FROM n; PRAGMA wal_checkpoint;")
+LOGS = {"fresh": "",
+        "reused": f"{PAGES} DELETE FROM pages WHERE rowid = 1; DELETE FROM pages; {50 * CHANGE} PRAGMA wal_checkpoint",
+        "long": f"PRAGMA wal_autocheckpoint = 0; PRAGMA synchronous = OFF; {PAGES} DELETE FROM pages; {4000 * CHANGE}"}
 
 Run = namedtuple("Run", "status out err log")
 Link = namedtuple("Link", "target label")
 Row = namedtuple("Row", "available path")
+
+
+knows_our_platform = unittest.skipIf(FOREIGN, "It knows the database, labels or log of our platform.")
 
 
 class SystemLog:
@@ -66,9 +79,13 @@ class Device:
     def __init__(self, tool):
         self.tool = tool
         Device.log = Device.log or SystemLog()
-        for folder in (APPS, STICK, DATABASE.parent):
+        for folder in list(Path("/opt").iterdir()) if FOREIGN else (APPS, STICK, DATABASE.parent):
             shutil.rmtree(folder, ignore_errors=True)
+        for folder in (APPS, STICK, DATABASE.parent):
             folder.mkdir(parents=True)
+        if FOREIGN:
+            subprocess.run([*tool, "init"], check=True)
+            return
         subprocess.run(["sqlite3", DATABASE], input=SCHEMA.read_text(), text=True, check=True, capture_output=True)
 
     def __str__(self):
@@ -84,8 +101,11 @@ class Device:
 
     def widget(self, name, usb=True, files=("image",) + METADATA):
         """Installs a widget, the first with handle 0; `files` of its content are on the stick, if it is one on USB."""
-        self.sql("INSERT INTO widget SELECT count(*), ?, ?, ?, 0, NULL FROM widget", f"t.{name}", name, usb)
-        self.place(name).mkdir()
+        if FOREIGN:
+            subprocess.run([*self.tool, "add", f"--app=t.{name}", "--", name], check=True)
+        else:
+            self.sql("INSERT INTO widget SELECT count(*), ?, ?, ?, 0, NULL FROM widget", f"t.{name}", name, usb)
+            self.place(name).mkdir()
         if usb:
             self.content(name, files)
         return self

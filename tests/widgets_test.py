@@ -8,9 +8,8 @@ import random
 import sqlite3
 import subprocess
 import sys
-import time
 
-from device import APPS, DATABASE, LABEL, STICK, TelevisionTest, held_by_another, mounted
+from device import APPS, DATABASE, LABEL, STICK, TelevisionTest, held_by_another, knows_our_platform, mounted
 
 COMPANION = sys.argv[1:]
 BESIDE = os.path.join(os.path.dirname(COMPANION[-1]), "zelmar-frontend")
@@ -80,13 +79,16 @@ class WidgetsTest(TelevisionTest):
                                  "line\\x0abreak  available  /opt/storage/usb/sda1  4      -\n"
                                  "колобок        available  /opt/storage/usb/sda1  4      -\n",
                                  self.call(0, "status", "[a,b]", "line\nbreak", "колобок"))
-                self.device.sql("UPDATE widget SET installed_on_usb = 0 WHERE kx_app_id = 'heal'")
+                for words in ("remove", "heal"), ("add", "heal", "--app=t.heal", "--on-device"):
+                    self.call(0, *words)
+                shell(f"ln -s {STICK}/heal_img/heal.img heal_img", APPS)
             self.assertEqual([*WHOLE[:3], ["content-gone"]], self.shown(1)["-dash"])
             self.call(0, "unplug", STICK)
             self.assertEqual({**absent, "a": ODDLY, "heal": LOCAL}, self.shown())
         self.says((0, "heal", "a: unavailable\n"), (0, "heal", "nothing to do\n"))
         self.assertEqual({**absent, "heal": LOCAL}, self.shown())
 
+    @knows_our_platform
     def test_what_is_wrong_and_what_heals(self):
         wrong = {"missing": ["link-missing"], "elsewhere": ["link-elsewhere"], "unlabelled": ["link-unlabelled"],
                  "left": ["not-plugged"], "gone": ["content-gone"], "bare": ["no-image"],
@@ -148,6 +150,7 @@ class WidgetsTest(TelevisionTest):
                 shell(f"ln -s {STICK}/b_img/b.img b_img", APPS)
                 self.assertEqual([["not-plugged"], ["link-unlabelled"]], [self.shown(1)[name][3] for name in "ab"])
 
+    @knows_our_platform
     def test_names_of_any_bytes(self):
         self.device.widget("a")
         self.call(0, "plug", STICK)
@@ -170,12 +173,13 @@ class WidgetsTest(TelevisionTest):
         self.device.sql("INSERT INTO widget VALUES (9, 't', ?, 1, 1, ?)", 200000 * "x", f"{STICK}/{200000 * 'x'}_img")
         self.assertRegex(self.call(1, "unplug", STICK), "^a: unavailable\nxxx+: failed: file name too long on .*\n$")
 
+    @knows_our_platform
     def test_installing(self):
         DATABASE.unlink()
         shell(f"rm -r {DATABASE.parent} {APPS}")
         os.umask(0o777)  # whatever it is, everybody may read what is made, and nobody else may write
         self.says((3, "status", f"! there is no database {DATABASE}; 'zelmar-widgets init' creates it\n"),
-                  (0, "init", ""),
+                  (0, "init", "created the widget database\n"),
                   (0, "add a --app t.a", ""),
                   (2, "add a --app t.b", "! the database has a widget a already; choose another, or remove that widget "
                                          "first\n"),
@@ -284,6 +288,7 @@ class WidgetsTest(TelevisionTest):
         self.assertEqual({"format": 1, "failure": {"kind": "command-line", "message": "no directory: '/nowhere'",
                                                    "advice": "name the one where the stick is mounted"}}, failure)
 
+    @knows_our_platform
     def test_a_hostile_stick(self):
         before = self.device.widget("a").widget("b").widget("c").state()
         shell("mv a_img b_img .. && ln -s ../a_img && mkfifo b_img && ln -sf /dev/zero c_img/config.xml", STICK)
@@ -314,6 +319,7 @@ class WidgetsTest(TelevisionTest):
                 told = self.call(status, "plug", STICK, executable="/opt/alone")
                 self.assertEqual(text.replace("! ", "c: failed: ", 1) + text if status == 3 else text, told)
 
+    @knows_our_platform
     def test_runs_of_the_tool_one_by_one(self):
         names = [f"w{number:04}" for number in range(1001)]  # takes two runs
         for name in names:
@@ -371,6 +377,7 @@ class WidgetsTest(TelevisionTest):
                 with self.subTest(f"{command}, killed at call {at}"):
                     call_under(command, f"-einject={names[at]}:signal=KILL:when={names[:at + 1].count(names[at])}")
 
+    @knows_our_platform
     def test_a_database_that_another_process_holds(self):
         self.device.widget("a")
         with held_by_another("BEGIN IMMEDIATE", 8):

@@ -49,15 +49,19 @@ std::string adviceFor(ZelmarDB::RegistryFault fault)
         case RegistryFault::TAKEN:
             return "choose another, or remove that widget first";
         case RegistryFault::OLDER_VERSION:
+            return "install the release that made it";
         case RegistryFault::NEWER_VERSION:
+            return "install the release that made it, or a newer one";
         case RegistryFault::FOREIGN:
         case RegistryFault::DAMAGED:
-            return "restore it, or move it away and run 'zelmar-widgets init'";
+            return "run 'zelmar-widgets init --replace' for an empty one; or, while no process uses it, put back "
+                   "widgets.db, widgets.db-wal and widgets.db-shm, and remove what the copy lacks";
         case RegistryFault::EXHAUSTED:
+            return "end other processes, then call again";
         case RegistryFault::INPUT_OUTPUT:
             break;
     }
-    return adviceFor(EIO);
+    return "remove the cause ('dmesg' tells of a failing disk), then call again";
 }
 
 }  // namespace

@@ -105,10 +105,10 @@ void remove(const std::string& identifier)
     }
 }
 
-void init()
+ZelmarDB::RegistryCreation init(ZelmarDB::ExistingRegistry existing)
 {
     const InstanceLock lock;
-    ZelmarDB::createRegistry();
+    return ZelmarDB::createRegistry(existing);
 }
 
 }  // namespace ZelmarWidgets

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <platform/widget_registry.h>
 #include <string>
 
 namespace ZelmarWidgets {
@@ -14,7 +15,7 @@ void add(const std::string& identifier, const std::string& application, bool onU
 /** Makes the widget unavailable, then removes its row and its image directory. */
 void remove(const std::string& identifier);
 
-/** Creates the database; one that is there stays as it is. */
-void init();
+/** Creates the database; one that is there is kept or replaced. */
+ZelmarDB::RegistryCreation init(ZelmarDB::ExistingRegistry existing);
 
 }  // namespace ZelmarWidgets

@@ -32,6 +32,7 @@ struct Request {
     bool json = false;
     bool dryRun = false;
     bool onDevice = false;
+    bool replace = false;
 };
 
 /** In the order asked for. Throws Failure if one is missing. */
@@ -110,6 +111,16 @@ ExitStatus showChecks(bool json)
     return isWell ? ALL_WELL : SOME_WIDGET_WRONG;
 }
 
+void createDatabase(bool replace)
+{
+    using ZelmarDB::ExistingRegistry;
+    const auto [created, setAside] = init(replace ? ExistingRegistry::REPLACE : ExistingRegistry::KEEP);
+    for (const std::string& path : setAside) {
+        std::cout << "set aside " << printable(path) << '\n';
+    }
+    std::cout << (created ? "created" : "kept") << " the widget database\n";
+}
+
 /**
  * The words of the command line, last one first, as CLI11 takes them. CLI11 splits an identifier such as "[a,b]" into a
  * list unless something follows the bracket, so `status` gets a null character there; `unshielded` removes it.
@@ -177,6 +188,7 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
     removing->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
 
     CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
+    creating->add_flag("--replace", request.replace, "Set the database that is there aside");
 
     CLI::App* const watching = app.add_subcommand("watch", "Tell each widget's state, then each change of it");
     watching->add_flag("--json", request.json, "Print JSON, one object a line");
@@ -211,7 +223,7 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
         ZelmarWidgets::remove(request.identifier);
         std::cout << "removed " << printable(request.identifier) << '\n';
     } else if (creating->parsed()) {
-        init();
+        createDatabase(request.replace);
     } else {
         throw badCommandLine("no command", "see 'zelmar-widgets --help'");
     }

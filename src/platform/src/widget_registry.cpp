@@ -3,12 +3,16 @@
 #include <fcntl.h>
 #include <platform/dpl.h>
 #include <platform/widget_registry.h>
+#include <sqlite3.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
+#include <optional>
 
 #include "label_attribute.h"
 #include "widget_database.h"
@@ -21,6 +25,8 @@ namespace ZelmarDB {
 namespace {
 
 constexpr int PATIENCE_SECONDS = 5;
+// The file itself and what SQLite keeps beside it.
+constexpr const char* DATABASE_PARTS[] = {"", "-journal", "-wal", "-shm"};
 
 RegistryFault faultOf(int error)
 {
@@ -33,6 +39,7 @@ RegistryFault faultOf(int error)
         case EROFS:
             return RegistryFault::READ_ONLY;
         case ENOSPC:
+        case EDQUOT:
             return RegistryFault::FULL;
         case EMFILE:
         case ENFILE:
@@ -53,46 +60,105 @@ RegistryError systemError(int error, const std::string& path)
     return {faultOf(error), reason + " on " + path};
 }
 
-RegistryError databaseError(const SQLite::Exception& e)
+/** `error` is the system's, where SQLite knows of one. */
+RegistryError databaseError(const SQLite::Exception& e, int error, const std::string& file)
 {
     switch (e.getErrorCode()) {
         case SQLITE_BUSY:
+        case SQLITE_PROTOCOL:  // others kept taking and leaving locks
             return {RegistryFault::HELD,
                     "another process has held the database for " + std::to_string(PATIENCE_SECONDS) + " s"};
+        case SQLITE_READONLY:  // the file itself could be opened, so it is its folder or its log
+            return systemError(access(fs::path(file).parent_path().c_str(), W_OK) == 0 ? EACCES : errno, file);
         case SQLITE_FULL:
-            return systemError(ENOSPC, DATABASE_FILE);
+            return systemError(ENOSPC, file);
+        case SQLITE_NOMEM:
+            return systemError(ENOMEM, file);
+        case SQLITE_CANTOPEN:
+        case SQLITE_IOERR:
+            // Which may be an older one: the file was there.
+            return e.getExtendedErrorCode() == SQLITE_IOERR_NOMEM ? systemError(ENOMEM, file)
+                   : error == 0 || error == ENOENT ? RegistryError(RegistryFault::INPUT_OUTPUT, file + ": " + e.what())
+                                                   : systemError(error, file);
+        case SQLITE_NOTADB:
+            return {RegistryFault::FOREIGN, file + ": " + e.what()};
+        case SQLITE_CORRUPT:
+        case SQLITE_ERROR:  // the table lacks something
+            return {RegistryFault::DAMAGED, file + ": " + e.what()};
         default:
-            return {RegistryFault::DAMAGED, std::string(DATABASE_FILE) + ": " + e.what()};
+            return {RegistryFault::INPUT_OUTPUT, file + ": " + e.what()};
     }
+}
+
+/** SQLite's own text omits the system's reason. Only before SQLite opens the file: this drops its locks. */
+void requireOpenable(const std::string& file, int flags)
+{
+    const int handle = open(file.c_str(), flags | O_CLOEXEC, 0644);
+    if (handle < 0) {
+        throw systemError(errno, file);
+    }
+    close(handle);
 }
 
 /**
- * The URI for SQLite. Without a write-ahead log, no process has the database open: who may not make a log then reads
- * the database as immutable, since SQLite would refuse it otherwise.
+ * The URI for SQLite. Without a journal, no process has the database open: it is read as immutable then, so that who
+ * may not make a log can read it, and who may leaves none.
  */
-std::string readableFile()
+std::string fileToRead()
 {
     const std::string file = DATABASE_FILE;
-    const bool hasLog = access((file + "-wal").c_str(), F_OK) == 0;
-    const bool mayMakeLog = access(fs::path(file).parent_path().c_str(), W_OK) == 0;
-    return "file:" + file + (hasLog || mayMakeLog ? "" : "?immutable=1");
+    const bool hasJournal =
+        access((file + "-wal").c_str(), F_OK) == 0 || access((file + "-journal").c_str(), F_OK) == 0;
+    return "file:" + file + (hasJournal ? "" : "?immutable=1");
 }
 
-/** The database, found to be one of ours. Throws RegistryError and SQLite::Exception. */
-SQLite::Database openDatabase(RegistryAccess access)
+/** Gives `uri`, of the file, to `use` as a database. Throws RegistryError in the place of SQLite::Exception. */
+template <typename Use>
+auto withFile(const std::string& file, const std::string& uri, int flags, Use use)
+{
+    std::optional<SQLite::Database> database;
+    try {
+        database.emplace(uri, flags | SQLITE_OPEN_URI, PATIENCE_SECONDS * 1000);
+        return use(*database);
+    } catch (const SQLite::Exception& e) {
+        throw databaseError(e, database ? sqlite3_system_errno(database->getHandle()) : 0, file);
+    }
+}
+
+void requireVersion(SQLite::Database& database)
+{
+    const int version = schemaVersion(database);
+    if (version != SCHEMA_VERSION) {
+        throw RegistryError(version < SCHEMA_VERSION ? RegistryFault::OLDER_VERSION : RegistryFault::NEWER_VERSION,
+                            std::string(DATABASE_FILE) + " has schema version " + std::to_string(version) +
+                                ", this release has version " + std::to_string(SCHEMA_VERSION));
+    }
+}
+
+/** Gives the database to `use`, found to be one of ours. */
+template <typename Use>
+auto withDatabase(RegistryAccess access, Use use)
 {
     const bool change = access == RegistryAccess::CHANGE;
-    // SQLite's own text omits the system's reason.
-    if (faccessat(AT_FDCWD, DATABASE_FILE, change ? R_OK | W_OK : R_OK, AT_EACCESS) != 0) {
-        throw systemError(errno, DATABASE_FILE);
+    requireOpenable(DATABASE_FILE, change ? O_RDWR : O_RDONLY);
+    const int flags = change ? SQLite::OPEN_READWRITE : SQLite::OPEN_READONLY;
+    return withFile(DATABASE_FILE, change ? DATABASE_FILE : fileToRead(), flags, [&](SQLite::Database& database) {
+        // The log stays at the end: who may only read the database needs it.
+        sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        requireVersion(database);
+        return use(database);
+    });
+}
+
+void requireSound(SQLite::Database& database)
+{
+    requireVersion(database);
+    const std::string problem = database.execAndGet("PRAGMA integrity_check(1)").getString();
+    if (problem != "ok") {
+        throw RegistryError(RegistryFault::DAMAGED,
+                            std::string(DATABASE_FILE) + ": " + problem.substr(problem.rfind('\n') + 1));
     }
-    SQLite::Database database(readableFile(),
-                              (change ? SQLite::OPEN_READWRITE : SQLite::OPEN_READONLY) | SQLITE_OPEN_URI,
-                              PATIENCE_SECONDS * 1000);
-    // The log stays at the end: who may only read the database needs it.
-    sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    requireWidgetDatabase(database);
-    return database;
+    database.execAndGet("SELECT count(*) FROM widget");  // whose table may be gone without a trace
 }
 
 /** Whether the tool can take it: as a word of its command line, and as text of the database. */
@@ -106,12 +172,106 @@ bool isNameable(const std::string& text)
     return text.find('\0') == std::string::npos;
 }
 
+bool stands(const std::string& path)
+{
+    std::error_code unknown;
+    return fs::exists(fs::symlink_status(path, unknown));
+}
+
+/** The path, or with a number behind it if something stands there. */
+std::string unused(const std::string& path)
+{
+    std::string candidate = path;
+    for (int number = 2; stands(candidate); number++) {
+        candidate = path + "." + std::to_string(number);
+    }
+    return candidate;
+}
+
+/** Unlike a plain renaming, it never takes the place of what another process has made meanwhile. */
+void rename(const std::string& from, const std::string& to)
+{
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+        throw systemError(errno, to);
+    }
+}
+
+/**
+ * Moves the database away with its journals, under one name: SQLite finds them by it. A journal without its database
+ * would spoil a new one, so it is moved, too. Returns the new paths.
+ */
+std::vector<std::string> setAside()
+{
+    const std::string file = DATABASE_FILE;
+    const bool isThere = stands(file);
+    if (!isThere) {
+        unlink((file + "-shm").c_str());  // an index of the log, which whoever opens the log makes anew
+    }
+    const std::time_t now = std::time(nullptr);
+    std::tm utc = {};
+    char date[sizeof "2026-11-23"] = "";
+    std::strftime(date, sizeof date, "%Y-%m-%d", gmtime_r(&now, &utc));
+    const std::string aside = unused(file + "." + date);
+
+    std::vector<std::string> paths;
+    for (const char* part : DATABASE_PARTS) {  // the database first: what a kill leaves are journals without one
+        if (stands(file + part)) {
+            paths.push_back(isThere ? aside + part : unused(file + part + ".orphaned"));
+            rename(file + part, paths.back());
+        }
+    }
+    return paths;
+}
+
+/** An empty database in the making. Whatever a killed process left of one goes at once. */
+class Draft {
+public:
+    Draft() { removeFiles(); }
+    Draft(const Draft&) = delete;
+    Draft& operator=(const Draft&) = delete;
+    ~Draft() { removeFiles(); }
+
+    /** Writes it to the disk. */
+    void write() const
+    {
+        requireOpenable(m_file, O_RDWR | O_CREAT | O_EXCL);
+        withFile(m_file, m_file, SQLite::OPEN_READWRITE, [](SQLite::Database& database) {
+            database.exec(WIDGET_DB_SQL);
+            database.exec("PRAGMA wal_checkpoint(TRUNCATE)");  // closing it would do so, but not tell of a failure
+        });
+        // The file alone, without the log that does not go with it.
+        withFile(m_file, "file:" + m_file + "?immutable=1", SQLite::OPEN_READONLY, requireSound);
+    }
+
+    const std::string& file() const { return m_file; }
+
+private:
+    void removeFiles() const
+    {
+        for (const char* part : DATABASE_PARTS) {
+            unlink((m_file + part).c_str());
+        }
+    }
+
+    const std::string m_file = std::string(DATABASE_FILE) + ".new";
+};
+
+void syncFolder(const std::string& folder)
+{
+    const int handle = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (handle < 0 || fsync(handle) != 0) {
+        const int error = errno;
+        close(handle);
+        throw systemError(error, folder);
+    }
+    close(handle);
+}
+
 }  // namespace
 
 std::vector<RegisteredWidget> registeredWidgets(RegistryAccess access)
 {
-    try {
-        SQLite::Database database = openDatabase(access);
+    return withDatabase(access, [](SQLite::Database& database) {
         SQLite::Statement statement(
             database,
             "SELECT kx_app_id, tizen_app_id, installed_on_usb, available, external_storage_path "
@@ -126,85 +286,67 @@ std::vector<RegisteredWidget> registeredWidgets(RegistryAccess access)
             }
         }
         return widgets;
-    } catch (const SQLite::Exception& e) {
-        throw databaseError(e);
-    }
+    });
 }
 
 void registerWidget(const std::string& identifier, const std::string& application, bool onUsb)
 {
-    try {
-        SQLite::Database database = openDatabase(RegistryAccess::CHANGE);
+    withDatabase(RegistryAccess::CHANGE, [&](SQLite::Database& database) {
         SQLite::Statement statement(
             database, "INSERT INTO widget (kx_app_id, tizen_app_id, installed_on_usb) VALUES (?1, ?2, ?3)");
         statement.bind(1, identifier);
         statement.bind(2, application);
         statement.bind(3, onUsb ? 1 : 0);
-        statement.exec();
-    } catch (const SQLite::Exception& e) {
-        if (e.getExtendedErrorCode() == SQLITE_CONSTRAINT_UNIQUE) {
+        try {
+            statement.exec();
+        } catch (const SQLite::Exception& e) {
+            if (e.getExtendedErrorCode() != SQLITE_CONSTRAINT_UNIQUE) {
+                throw;
+            }
             const bool sameIdentifier = std::strstr(e.what(), "kx_app_id") != nullptr;
             throw RegistryError(RegistryFault::TAKEN,
                                 sameIdentifier ? "the database has a widget " + identifier + " already"
                                                : "the application " + application + " belongs to another widget");
         }
-        throw databaseError(e);
-    }
+    });
 }
 
 void unregisterWidget(const std::string& identifier)
 {
-    try {
-        SQLite::Database database = openDatabase(RegistryAccess::CHANGE);
+    withDatabase(RegistryAccess::CHANGE, [&](SQLite::Database& database) {
         SQLite::Statement statement(database, "DELETE FROM widget WHERE kx_app_id = ?1");
         statement.bind(1, identifier);
         statement.exec();
-    } catch (const SQLite::Exception& e) {
-        throw databaseError(e);
-    }
+    });
 }
 
-void createRegistry()
+RegistryCreation createRegistry(ExistingRegistry existing)
 {
-    const fs::path folder = fs::path(DATABASE_FILE).parent_path();
-    const std::string draft = std::string(DATABASE_FILE) + ".new";
-    if (access(DATABASE_FILE, F_OK) == 0) {
-        return;
+    const Draft draft;
+    if (existing == ExistingRegistry::KEEP && stands(DATABASE_FILE)) {
+        withDatabase(RegistryAccess::READ, requireSound);
+        return {false, {}};
     }
-    try {
-        fs::create_directories(folder);
-        fs::remove(draft);
-        SQLite::Database(draft, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(WIDGET_DB_SQL);
-        // Unlike a renaming, a link never takes the place of a database that another process has made meanwhile.
-        const int error = link(draft.c_str(), DATABASE_FILE) == 0 ? 0 : errno;
-        fs::remove(draft);
-        if (error != 0 && error != EEXIST) {
-            throw systemError(error, DATABASE_FILE);
-        }
-        const int handle = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        fsync(handle);
-        close(handle);
-        // Makes the write-ahead log, for readers who may not make one themselves.
-        openDatabase(RegistryAccess::CHANGE).execAndGet("SELECT count(*) FROM widget");
-    } catch (const fs::filesystem_error& e) {
-        throw systemError(e.code().value(), e.path1());
-    } catch (const SQLite::Exception& e) {
-        throw databaseError(e);
+    const std::string folder = fs::path(DATABASE_FILE).parent_path();
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) {
+        throw systemError(error.value(), folder);
     }
+    draft.write();
+    const RegistryCreation creation = {true, setAside()};
+    syncFolder(folder);  // after a power cut, no old log may stand beside the new database
+    rename(draft.file(), DATABASE_FILE);
+    syncFolder(folder);
+    // Makes the write-ahead log, for readers who may not make one themselves.
+    withDatabase(RegistryAccess::CHANGE, requireSound);
+    return creation;
 }
 
 RegistryHealth inspectRegistry()
 {
-    try {
-        SQLite::Database database = openDatabase(RegistryAccess::READ);
-        const std::string problem = database.execAndGet("PRAGMA quick_check(1)").getString();
-        if (problem != "ok") {
-            throw RegistryError(RegistryFault::DAMAGED, std::string(DATABASE_FILE) + ": " + problem);
-        }
-        return {DATABASE_FILE, std::string("SQLite ") + SQLite::getLibVersion(), SCHEMA_VERSION};
-    } catch (const SQLite::Exception& e) {
-        throw databaseError(e);
-    }
+    withDatabase(RegistryAccess::READ, requireSound);
+    return {DATABASE_FILE, std::string("SQLite ") + SQLite::getLibVersion(), SCHEMA_VERSION};
 }
 
 bool isLabelled(const std::string& link)

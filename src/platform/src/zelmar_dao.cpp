@@ -47,6 +47,7 @@ struct Attachment {
     WidgetDatabase database;
     // Each prepared at its first use.
     std::array<std::optional<SQLite::Statement>, QUERY_COUNT> statements;
+    bool attemptedChange = false;
 };
 
 thread_local std::unique_ptr<Attachment> t_attachment;
@@ -56,6 +57,8 @@ SQLite::Statement& preparedStatement(Query query)
     if (!t_attachment) {
         throw SQLite::Exception("the thread is not attached to the database");
     }
+    // Whether it succeeds or not: the caller changes links besides.
+    t_attachment->attemptedChange |= query == SET_AVAILABLE || query == SET_EXTERNAL_STORAGE_PATH;
     std::optional<SQLite::Statement>& statement = t_attachment->statements[query];
     if (!statement) {
         statement.emplace(t_attachment->database.prepare(QUERIES[query].sql));
@@ -120,7 +123,6 @@ void update(Query query, const std::wstring& tizenAppId, Function bindValue)
             throw noWidget(query, "TizenAppId " + key);
         }
     });
-    t_attachment->database.tendLog();
 }
 
 std::wstring wideText(const SQLite::Column& column)
@@ -145,7 +147,7 @@ void KxDatabase::attachToThreadRW()
 void KxDatabase::detachFromThread()
 {
     const std::unique_ptr<Attachment> attachment = std::move(t_attachment);
-    const int error = attachment ? attachment->database.bringToDisk() : 0;
+    const int error = attachment && attachment->attemptedChange ? attachment->database.bringToDisk() : 0;
     if (error != 0) {
         throw KxWidgetDAOReadOnly::Exception::DatabaseError(std::string("Sync the links and ") + DATABASE_FILE + ": " +
                                                             std::strerror(error));

@@ -6,7 +6,10 @@
 
 namespace DPL {
 
-/** These throw an exception derived from std::exception on text that is not well-formed. */
+/**
+ * What one makes, the other gives back, zeros included. They throw an exception derived from std::exception on what is
+ * not well-formed: overlong UTF-8, a surrogate, a number beyond U+10FFFF.
+ */
 std::wstring FromUTF8String(const std::string& text);
 std::string ToUTF8String(const std::wstring& text);
 

@@ -14,7 +14,7 @@ namespace ZelmarDB {
 
 /** Why the database cannot be used: what to do about it depends on this alone. */
 enum class RegistryFault {
-    MISSING,
+    MISSING,        // nothing is in the database's place
     FORBIDDEN,      // for this user
     READ_ONLY,      // for everybody
     HELD,           // by another process, for too long
@@ -24,8 +24,8 @@ enum class RegistryFault {
     OLDER_VERSION,  // than this program's
     NEWER_VERSION,
     FOREIGN,  // no widget database
-    DAMAGED,
-    TAKEN,  // another widget has the identifier or the application
+    DAMAGED,  // one, but it cannot be read any more
+    TAKEN,    // another widget has the identifier or the application
 };
 
 /** Says for people what failed on what. */
@@ -61,10 +61,21 @@ void registerWidget(const std::string& identifier, const std::string& applicatio
 /** The widget is gone from the disk when this returns; an unknown one is no failure. */
 void unregisterWidget(const std::string& identifier);
 
-/** Creates the database, whole or not at all; one that is there stays as it is. */
-void createRegistry();
+enum class ExistingRegistry { KEEP, REPLACE };
 
-/** Whether the link itself surely carries the label that the tool gives to links. */
+/** `created` is false if a database was there and is kept; `setAside` are the files moved away, whole paths. */
+struct RegistryCreation {
+    bool created;
+    std::vector<std::string> setAside;
+};
+
+/**
+ * Creates the database, whole or not at all. One that is there is set aside, or is kept and found to be sound. A
+ * journal without its database is always set aside.
+ */
+RegistryCreation createRegistry(ExistingRegistry existing);
+
+/** Whether the link itself surely carries "_", the label that the tool gives to links. Throws nothing. */
 bool isLabelled(const std::string& link);
 
 /** Tells of changes to the database by whomever, without polling. */

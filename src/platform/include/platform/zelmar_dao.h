@@ -12,25 +12,30 @@
 namespace ZelmarDB {
 
 /**
- * The running thread's connection to the widget database; every operation below needs it. One attachment waits at most
- * 5 s, all its operations together, for other processes' locks; after that, an operation that meets one fails at once.
+ * The running thread's connection to the widget database; without it, every operation below throws DatabaseError. One
+ * attachment waits at most 5 s, all its operations together, for other processes' locks; after that, an operation that
+ * meets one fails at once.
  */
 class KxDatabase {
 public:
     /**
-     * Opens the database, never creates it; one with another journal mode is switched to a write-ahead log for good.
-     * Does nothing if the thread is attached. Throws DPL::DB::SqlConnection::Exception::Base naming file and fault.
+     * Opens the database, and never creates it. Does nothing if the thread is attached. Throws
+     * DPL::DB::SqlConnection::Exception::Base naming what it is that cannot be used, and why.
      */
     static void attachToThreadRW();
 
     /**
-     * Closes the connection. What it wrote, and the links that were made and removed meanwhile, are on the disk when
-     * this returns. Throws DatabaseError if they could not be brought there; the connection is closed all the same.
+     * Closes the connection; does nothing without one. If a change was attempted, the links below /opt/usr/apps that
+     * were made and removed meanwhile are on the disk when this returns, brought there before the changes. Throws
+     * DatabaseError if that failed; the connection is closed all the same.
      */
     static void detachFromThread();
 };
 
-/** One installed widget, by its handle. Each operation is a query of its own and holds no lock when it returns. */
+/**
+ * One installed widget, by its handle. KxAppId is its identifier, TizenAppId the application it belongs to. Each
+ * operation is a query of its own and holds no lock when it returns.
+ */
 class KxWidgetDAOReadOnly {
 public:
     class Exception {
@@ -59,7 +64,7 @@ public:
     boost::optional<std::wstring> getKxAppId() const;
     bool isInstalledOnUSB() const;
 
-    /** These throw DatabaseError. An unknown widget: an empty string, false, -1. */
+    /** These throw DatabaseError, also for text that is not well-formed. An unknown widget: "", false, -1. */
     static std::wstring getTizenAppIdFromKxAppId(const std::wstring& kxAppId);
     static bool isWidgetInstalled(const std::wstring& tizenAppId);
     static int getHandleFromTizenAppId(const std::wstring& tizenAppId);
@@ -69,7 +74,10 @@ private:
     int m_handle;
 };
 
-/** The changes to a widget, each committed when it returns. They throw WidgetNotExist and DatabaseError. */
+/**
+ * The changes to a widget, each committed when it returns; at a power cut before the detachment, the old value or the
+ * new one is there. They throw WidgetNotExist and, also for text that is not well-formed, DatabaseError.
+ */
 class KxWidgetDAO : public KxWidgetDAOReadOnly {
 public:
     using KxWidgetDAOReadOnly::KxWidgetDAOReadOnly;
@@ -80,7 +88,7 @@ public:
     static void setExternalStoragePath(const std::wstring& tizenAppId, const boost::optional<std::wstring>& path);
 };
 
-/** Joins components with "/". */
+/** Puts "/" between components, unless what is there is empty or ends with one. Interprets none: ".." stays. */
 class KxPathBuilder {
 public:
     KxPathBuilder() = default;

@@ -1,0 +1,98 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The power is cut at each write of a run: of the blocks written since a file's last sync, any may be on the disk."""
+
+import os
+import random
+import re
+import sqlite3
+from contextlib import closing
+from itertools import chain, combinations, product
+from pathlib import Path
+
+from device import LOGS, STICK, TelevisionTest, held_by_another
+
+SEED = os.environ.get("SEED") or str(random.randrange(10 ** 6))
+FILES, CUT = ([Path(f"/opt/{folder}/widgets.db{part}") for part in ("", "-wal")] for folder in ("usr/zelmar", "cut"))
+ROWS = "SELECT kx_app_id, available, external_storage_path FROM widget"
+# So long that its row takes several pages, and a commit several blocks of any size.
+LONG = STICK.joinpath(*(letter * 200 for letter in "abcdefghijklmno"))
+AVAILABLE, ALL = ("--make-available", "--path", str(LONG), "a", "b"), ("--make-all-unavailable",)
+STRACE = ("strace", "-qqyxxo/opt/trace", "-s9999", "-etrace=pwrite64,ftruncate,fdatasync,fsync,syncfs")
+CALL = re.compile(r'^(\w+)\(\d+<(.*?)>(?:, "(.*?)", \d+)?(?:, (\d+))?\)', re.M)
+
+
+def on_disk(content, writes):
+    content = bytearray(content)
+    for *_, start, data in writes:
+        content.extend(bytes(max(0, start - len(content))))
+        content[start:None if data is None else start + len(data)] = data or b""
+    return bytes(content)
+
+
+def some_of(blocks, count):
+    """All blocks, then all other sets of them if there are no more, else so many of any size."""
+    if 2 ** len(blocks) <= count:
+        return chain([blocks], *(combinations(blocks, some) for some in range(len(blocks))))
+    shares = (1, *(random.random() for _ in range(count)))
+    return ([block for block in blocks if random.random() < share] for share in shares)
+
+
+def opened(contents):
+    """What SQLite makes of these files: its verdict, and the rows."""
+    for path, content in zip(CUT, contents):
+        path.write_bytes(content)
+    try:
+        with closing(sqlite3.connect(CUT[0])) as database:
+            return database.execute("PRAGMA integrity_check").fetchone()[0], database.execute(ROWS).fetchall()
+    except sqlite3.DatabaseError as error:
+        return str(error), None
+
+
+class CrashStateTest(TelevisionTest):
+    def test_each_log(self):
+        random.seed(SEED)
+        CUT[0].parent.mkdir()
+        count = 0
+        for log, words in product(LOGS, (AVAILABLE, ALL)):
+            self.setUp()
+            self.device.widget("a", files=[]).widget("b", files=[])
+            LONG.mkdir(parents=True)
+            self.device.run(*(ALL if words is AVAILABLE else AVAILABLE))
+            self.device.state()  # as the last one to close the database, it leaves no log
+            with held_by_another(LOGS[log], 99):
+                before = [path.read_bytes() if path.exists() else b"" for path in FILES]
+                self.device.run(*words, under=STRACE)
+                done = self.device.sql(ROWS)
+            for size in (512, 4096):
+                with self.subTest(log=log, run=words[0], size=size, seed=SEED):
+                    count += self.cut(before, done, size)
+        print(f"{count} states tried, SEED={SEED}")
+
+    def cut(self, before, done, size):
+        disk, writes, passed, tried = before[:], [], [], set()  # a write: its file, its block, where it starts, data
+        for call, path, data, at in CALL.findall(Path("/opt/trace").read_text()):
+            path, data, at = *(bytes.fromhex(text.replace("\\x", "")) for text in (path, data)), int(at or 0)
+            for file in (file for file in (0, 1) if call == "syncfs" or bytes(FILES[file]) == path):
+                if call == "pwrite64":
+                    starts = [at, *range(at - at % size + size, at + len(data), size), at + len(data)]
+                    writes += [(file, start // size, start, data[start - at:end - at])
+                               for start, end in zip(starts, starts[1:])]
+                elif call == "ftruncate":
+                    writes.append((file, -1, at, None))
+                else:
+                    disk[file] = on_disk(disk[file], (write for write in writes if write[0] == file))
+                    writes = [write for write in writes if write[0] != file]
+            blocks = sorted({write[:2] for write in writes})
+            for some in some_of(blocks, 3 + (1 << 20) // sum(map(len, before))):
+                done_some = [write for write in writes if write[:2] in some]
+                contents = [on_disk(disk[file], (write for write in done_some if write[0] == file)) for file in (0, 1)]
+                if hash(tuple(contents)) not in tried:
+                    tried.add(hash(tuple(contents)))
+                    verdict, rows = opened(contents)
+                    passed += [rows] if len(some) == len(blocks) else []
+                    self.assertEqual(("ok", True), (verdict, rows in passed), (call, some))
+        self.assertEqual(("ok", done), opened(disk))
+        return len(tried)
+
+
+CrashStateTest.main()
