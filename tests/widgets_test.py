@@ -248,7 +248,7 @@ class WidgetsTest(TelevisionTest):
                              self.call(status, "check", **options).splitlines())
 
         with stick(), held_by_another("BEGIN IMMEDIATE", 9):
-            well = ["apps: /opt/usr/apps has room: ok", f"{label}them: ok", "log: somebody reads the system log: ok",
+            well = ["apps: /opt/usr/apps has room: ok", f"{label}them: ok", "log: somebody keeps its lines: ok",
                     f"sticks: {STICK.parent}: 1 mounted: ok", f"stick: {STICK} (tmpfs) can be read: ok"]
             checks(0, f"{sound} (process {os.getpid()}, python3, holds it): ok", *well)
         shell("rm zelmar/*-*", "/opt/usr")
@@ -259,11 +259,11 @@ class WidgetsTest(TelevisionTest):
         with mounted(APPS, "-t", "ramfs", "none"):
             checks(1, f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it", well[0],
                    f"{label}none; have a file system with extended attributes there, and /proc mounted",
-                   f"log: nobody reads the system log; {tool}", f"sticks: {STICK.parent}, which is /opt/real/usb: 0 mounted: ok")
+                   f"log: nobody keeps its lines; {tool}", f"sticks: {STICK.parent}, which is /opt/real/usb: 0 mounted: ok")
         checks(1, f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it", well[0],
                "labels: whether /opt/usr/apps takes them cannot be told, but by root: ok",
-               f"log: nobody reads the system log; {tool}", f"sticks: {STICK.parent}, which is /opt/real/usb: 0 mounted: ok", before=NOBODY)
-        self.assertEqual({"subject": "log", "finding": "nobody reads the system log", "advice": tool},
+               f"log: nobody keeps its lines; {tool}", f"sticks: {STICK.parent}, which is /opt/real/usb: 0 mounted: ok", before=NOBODY)
+        self.assertEqual({"subject": "log", "finding": "nobody keeps its lines", "advice": tool},
                          json.loads(self.call(1, "check", "--json"))["checks"][5])
 
     def test_bad_command_lines(self):

@@ -126,8 +126,8 @@ Check checkLabels()
 
 Check checkLog()
 {
-    return ZelmarDB::isLogRead() ? Check{"log", "somebody reads the system log", ""}
-                                 : Check{"log", "nobody reads the system log",
+    return ZelmarDB::isLogKept() ? Check{"log", "somebody keeps its lines", ""}
+                                 : Check{"log", "nobody keeps its lines",
                                          "start a syslog daemon: zelmar-frontend tells its reasons nowhere else"};
 }
 

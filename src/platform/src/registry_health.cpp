@@ -43,13 +43,13 @@ std::optional<bool> takesLabels(const std::string& directory)
     return error == 0;
 }
 
-bool isLogRead()
+bool isLogKept()
 {
     const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     constexpr sockaddr_un address = {AF_UNIX, "/dev/log"};
-    const bool isRead = connect(log, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const bool isKept = connect(log, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     close(log);
-    return isRead;
+    return isKept;
 }
 
 }  // namespace ZelmarDB

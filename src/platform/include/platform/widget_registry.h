@@ -113,7 +113,7 @@ std::vector<RegistryUser> registryUsers();
 /** Whether links in this directory can be labelled; nothing where that cannot be told. */
 std::optional<bool> takesLabels(const std::string& directory);
 
-/** Whether anybody reads the system log. */
-bool isLogRead();
+/** Whether anybody keeps the lines of the log. */
+bool isLogKept();
 
 }  // namespace ZelmarDB
