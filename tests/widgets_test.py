@@ -180,7 +180,7 @@ class WidgetsTest(TelevisionTest):
         os.umask(0o777)  # whatever it is, everybody may read what is made, and nobody else may write
         self.says((3, "status", f"! there is no database {DATABASE}; 'zelmar-widgets init' creates it\n"),
                   (0, "init", "created the widget database\n"),
-                  (0, "add a --app t.a", ""),
+                  (0, "add a --app t.a", "added a\n"),
                   (2, "add a --app t.b", "! the database has a widget a already; choose another, or remove that widget "
                                          "first\n"),
                   (2, "add b --app t.a", "! the application t.a belongs to another widget; choose another, or remove that "
@@ -189,7 +189,8 @@ class WidgetsTest(TelevisionTest):
                   (2, "add b/c --app t.c", "! the identifier 'b/c' has a slash; choose another\n"),
                   (2, "add  --app t.c", "! the identifier is empty; choose another\n"),
                   (2, f"add {252 * 'x'} --app t.c", "! the identifier is longer than 251 bytes; choose another\n"),
-                  (0, "add --on-device --app=t.d -- -d", ""))
+                  (2, "add -- -d --app t.d", "! --app is required; see 'zelmar-widgets --help'\n"),
+                  (0, "add --on-device --app=t.d -- -d", "added -d\n"))
         os.umask(0o022)
         self.assertEqual([0o755, 0o755, 0o644, 0o644],
                          [os.stat(path).st_mode & 0o777
@@ -203,7 +204,7 @@ class WidgetsTest(TelevisionTest):
         for name in "bc":
             self.call(0, "add", name, "--app", f"t.{name}")
         with mounted(APPS / "c_img", "-t", "tmpfs", "none"):
-            self.says((0, "remove a", ""),
+            self.says((0, "remove a", "removed a\n"),
                       (1, "remove -- -d", f"! -d is removed, but {APPS}/-d_img holds other things; remove them if nobody "
                                           "needs them\n"),
                       (1, "remove b", f"! b is removed, but not a directory on {APPS}/b_img; move away what stands there, "
@@ -239,32 +240,32 @@ class WidgetsTest(TelevisionTest):
         event("zork", status=2)
 
     def test_what_a_support_person_runs_first(self):
-        sound = f"database: {DATABASE} is sound, SQLite {sqlite3.sqlite_version}, schema version 1"
-        label, tool = "labels: /opt/usr/apps takes ", "start a syslog daemon: zelmar-frontend tells its reasons nowhere else"
-
         def checks(status, *lines, **options):
             self.assertEqual([f"program: {self.call(0, '--version').strip()}, {BESIDE}: ok",
                               f"kernel: Linux {os.uname().release}: ok", *lines],
                              self.call(status, "check", **options).splitlines())
 
+        sound = f"database: {DATABASE} is sound, SQLite {sqlite3.sqlite_version}, schema version 1"
+        room, log = "apps: /opt/usr/apps has room: ok", "log: somebody keeps its lines: ok"
+        labels, sticks = "labels: /opt/usr/apps takes them: ok", f"sticks: {STICK.parent}"
         with stick(), held_by_another("BEGIN IMMEDIATE", 9):
-            well = ["apps: /opt/usr/apps has room: ok", f"{label}them: ok", "log: somebody keeps its lines: ok",
-                    f"sticks: {STICK.parent}: 1 mounted: ok", f"stick: {STICK} (tmpfs) can be read: ok"]
-            checks(0, f"{sound} (process {os.getpid()}, python3, holds it): ok", *well)
-        shell("rm zelmar/*-*", "/opt/usr")
-        before = os.listdir(DATABASE.parent)
-        checks(0, f"{sound}: ok", *well[:3], f"sticks: {STICK.parent}: 0 mounted: ok")
-        self.assertEqual(before, os.listdir(DATABASE.parent))
+            checks(0, f"{sound} (process {os.getpid()}, python3, holds it): ok", room, labels, log,
+                   f"{sticks}: 1 mounted: ok", f"stick: {STICK} (tmpfs) can be read: ok")
+        checks(0, f"{sound}: ok", room, labels, log, f"{sticks}: 0 mounted: ok")
+        self.assertEqual([DATABASE.name], os.listdir(DATABASE.parent))  # no log came of that
+
         shell("mv storage real; ln -s real storage; rm /dev/log usr/zelmar/*")
+        missing = f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it"
+        start = "start a syslog daemon: zelmar-frontend tells its reasons nowhere else"
+        log, sticks = f"log: nobody keeps its lines; {start}", f"{sticks}, which is /opt/real/usb: 0 mounted: ok"
+        checks(1, missing, room, "labels: whether /opt/usr/apps takes them cannot be told, but by root: ok", log, sticks,
+               before=NOBODY)
         with mounted(APPS, "-t", "ramfs", "none"):
-            checks(1, f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it", well[0],
-                   f"{label}none; have a file system with extended attributes there, and /proc mounted",
-                   f"log: nobody keeps its lines; {tool}", f"sticks: {STICK.parent}, which is /opt/real/usb: 0 mounted: ok")
-        checks(1, f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it", well[0],
-               "labels: whether /opt/usr/apps takes them cannot be told, but by root: ok",
-               f"log: nobody keeps its lines; {tool}", f"sticks: {STICK.parent}, which is /opt/real/usb: 0 mounted: ok", before=NOBODY)
-        self.assertEqual({"subject": "log", "finding": "nobody keeps its lines", "advice": tool},
+            checks(1, missing, room, "labels: /opt/usr/apps takes none; have a file system with extended attributes "
+                   "there, and /proc mounted", log, sticks)
+        self.assertEqual({"subject": "log", "finding": "nobody keeps its lines", "advice": start},
                          json.loads(self.call(1, "check", "--json"))["checks"][5])
+        shell("rm storage; mv real storage")
 
     def test_bad_command_lines(self):
         (STICK.parent / "gone").symlink_to("/opt/nowhere/stick")
@@ -336,7 +337,7 @@ class WidgetsTest(TelevisionTest):
         self.device.log.take()
         with self.start("plug", STICK, executable="/opt/alone", stdout=subprocess.DEVNULL) as plug:
             self.device.log.lines.get(timeout=9)
-            self.says((0, "add x --app t.x", ""))
+            self.says((0, "add x --app t.x", "added x\n"))
             self.assertIsNone(plug.poll())
         self.assertEqual(1001, list(self.shown().values()).count([*WHOLE[:2], 1, []]))
 

@@ -324,7 +324,7 @@ RegistryCreation createRegistry(ExistingRegistry existing)
 {
     const Draft draft;
     if (existing == ExistingRegistry::KEEP && stands(DATABASE_FILE)) {
-        withDatabase(RegistryAccess::READ, requireSound);
+        withDatabase(RegistryAccess::CHANGE, requireSound);  // which makes a missing log
         return {false, {}};
     }
     const std::string folder = fs::path(DATABASE_FILE).parent_path();
