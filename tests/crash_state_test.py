@@ -84,10 +84,10 @@ class CrashStateTest(TelevisionTest):
                     writes = [write for write in writes if write[0] != file]
             blocks = sorted({write[:2] for write in writes})
             for some in some_of(blocks, 3 + (1 << 20) // sum(map(len, before))):
-                done_some = [write for write in writes if write[:2] in some]
-                contents = [on_disk(disk[file], (write for write in done_some if write[0] == file)) for file in (0, 1)]
-                if hash(tuple(contents)) not in tried:
-                    tried.add(hash(tuple(contents)))
+                held = [write for write in writes if write[:2] in some]
+                contents = tuple(on_disk(disk[file], (write for write in held if write[0] == file)) for file in (0, 1))
+                if hash(contents) not in tried:
+                    tried.add(hash(contents))
                     verdict, rows = opened(contents)
                     passed += [rows] if len(some) == len(blocks) else []
                     self.assertEqual(("ok", True), (verdict, rows in passed), (call, some))
