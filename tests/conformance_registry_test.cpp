@@ -49,7 +49,7 @@ TEST(Registry, ListsAddsAndRemoves)
     EXPECT_FAULT("MISSING", listed(RegistryAccess::READ));
     EXPECT_FAULT("MISSING", registerWidget("a", "t.a", true));
     EXPECT_FAULT("MISSING", unregisterWidget("a"));
-    EXPECT_TOLD("done", createRegistry());
+    EXPECT_TOLD("true", createRegistry(ExistingRegistry::KEEP).created);
     EXPECT_TOLD("", listed(RegistryAccess::CHANGE));
 
     Conformance::putWidget("t.none", "", true);
@@ -65,7 +65,7 @@ TEST(Registry, ListsAddsAndRemoves)
     EXPECT_TOLD("done", KxWidgetDAO::setExternalStoragePath(L"t.b", std::wstring(L"/b")));
     EXPECT_TOLD("t.a", KxWidgetDAO::getTizenAppIdFromKxAppId(L"a")) << "widget a, added by the registry";
     EXPECT_TOLD("done", KxDatabase::detachFromThread());
-    EXPECT_TOLD("done", createRegistry()) << "one that is there stays";
+    EXPECT_TOLD("false", createRegistry(ExistingRegistry::KEEP).created);
     for (const RegistryAccess access : {RegistryAccess::READ, RegistryAccess::CHANGE}) {
         EXPECT_TOLD("a t.a \nb t.b USB available /b\nколобок \n t.2 USB \n", listed(access));
     }
@@ -75,7 +75,10 @@ TEST(Registry, ListsAddsAndRemoves)
     EXPECT_TOLD("b t.b USB available /b\n", listed(RegistryAccess::READ));
     Conformance::makeEmptyFile();
     EXPECT_FAULT("FOREIGN", listed(RegistryAccess::READ));
-    EXPECT_FAULT("FOREIGN", registerWidget("a", "t.a", true));
+    EXPECT_FAULT("FOREIGN", createRegistry(ExistingRegistry::KEEP));
+    const RegistryCreation creation = createRegistry(ExistingRegistry::REPLACE);
+    EXPECT_TRUE(creation.created && fs::exists(creation.setAside.at(0))) << "createRegistry() in the place of another";
+    EXPECT_TOLD("", listed(RegistryAccess::READ));
 }
 
 TEST(Registry, TellsOfEachChange)

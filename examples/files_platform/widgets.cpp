@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <ctime>
 #include <filesystem>
 #include <system_error>
 
@@ -325,11 +326,21 @@ void unregisterWidget(const std::string& identifier)
     });
 }
 
-void createRegistry()
+RegistryCreation createRegistry(ExistingRegistry existing)
 {
-    inRegistry([&] {
+    return inRegistry([&]() -> RegistryCreation {
+        std::vector<std::string> setAside;
+        if (fs::exists(fs::symlink_status(WIDGETS))) {
+            if (existing == ExistingRegistry::KEEP) {
+                requireDatabase(R_OK | X_OK);
+                return {false, {}};
+            }
+            setAside.push_back(WIDGETS.native() + '.' + std::to_string(std::time(nullptr)));
+            fs::rename(WIDGETS, setAside.front());
+        }
         fs::create_directories(WIDGETS);
         Folder(WIDGETS.c_str()).sync();
+        return {true, setAside};
     });
 }
 

@@ -70,8 +70,8 @@ struct RegistryCreation {
 };
 
 /**
- * Creates the database, whole or not at all. One that is there is set aside, or is kept and found to be sound. A
- * journal without its database is always set aside.
+ * Creates the database, whole or not at all. One that is there is set aside, or is kept and found to be sound.
+ * What is left of one that is gone, and would spoil the new one, is always set aside.
  */
 RegistryCreation createRegistry(ExistingRegistry existing);
 
