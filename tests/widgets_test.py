@@ -255,6 +255,7 @@ class WidgetsTest(TelevisionTest):
         self.assertEqual([DATABASE.name], os.listdir(DATABASE.parent))  # no log came of that
 
         shell("mv storage real; ln -s real storage; rm /dev/log usr/zelmar/*")
+        self.addCleanup(shell, "rm storage; mv real storage")
         missing = f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it"
         start = "start a syslog daemon: zelmar-frontend tells its reasons nowhere else"
         log, sticks = f"log: nobody keeps its lines; {start}", f"{sticks}, which is /opt/real/usb: 0 mounted: ok"
@@ -265,7 +266,33 @@ class WidgetsTest(TelevisionTest):
                    "there, and /proc mounted", log, sticks)
         self.assertEqual({"subject": "log", "finding": "nobody keeps its lines", "advice": start},
                          json.loads(self.call(1, "check", "--json"))["checks"][5])
-        shell("rm storage; mv real storage")
+
+    def test_json_field_by_field(self):
+        self.device.widget("a", files=["image"])
+        name, place = {"identifier": "a", "application": "t.a"}, f"{STICK}/a_img"
+        plugged = {**name, "result": "available", "stick": str(STICK), "code": None, "advice": None}
+        shown = {**name, "state": "available", "stick": str(STICK), "image_directory": f"{APPS}/a_img",
+                 "content_directory": place, "links": {"a.img": {"target": f"{place}/a.img", "labelled": True}},
+                 "faults": []}
+        for words, told in ((("plug", "--dry-run", STICK), {"dry_run": True, "widgets": [plugged]}),
+                            (("plug", STICK), {"dry_run": False, "widgets": [plugged]}),
+                            (("status",), {"widgets": [shown]})):
+            self.assertEqual({"format": 1, **told, "troubles": []}, json.loads(self.call(0, *words, "--json")))
+
+    def test_a_root_that_is_a_link_and_a_stick_elsewhere(self):
+        self.device.widget("a")
+        shell(f"rm -r {STICK}/a_img; mv storage real; ln -s real storage; mkdir media")
+        self.addCleanup(shell, "rm storage; mv real storage")
+        for place, shown in (STICK, f"/opt/real/usb/{STICK.name}"), (STICK.parents[2] / "media", "/opt/media"):
+            with stick(place):
+                self.device.content("a", ["image"], place)
+                self.says((0, f"plug {place}", f"a: available from {shown}\n"), (0, "heal", "nothing to do\n"),
+                          (0, f"unplug {place}", "a: unavailable\n"), (0, f"plug {place}", f"a: available from {shown}\n"))
+                self.assertEqual({"a": ["available", shown, 1, []]}, self.shown())
+                self.device.sql("UPDATE widget SET external_storage_path = ?", f"{place}/a_img")  # unresolved
+                self.assertEqual({"a": ["available", shown, 1, []]}, self.shown())
+            self.assertEqual({"a": ["available", shown, 1, ["content-gone"]]}, self.shown(1))
+            self.says((0, f"unplug {place}", "a: unavailable\n"), (0, "heal", "nothing to do\n"))
 
     def test_bad_command_lines(self):
         (STICK.parent / "gone").symlink_to("/opt/nowhere/stick")
