@@ -5,6 +5,7 @@ import fcntl
 import json
 import os
 import random
+import sqlite3
 import subprocess
 import sys
 
@@ -12,6 +13,7 @@ from device import APPS, DATABASE, LABEL, STICK, TelevisionTest, held_by_another
 
 COMPANION = sys.argv[1:]
 BESIDE = os.path.join(os.path.dirname(COMPANION[-1]), "zelmar-frontend")
+EVENT_MANAGER = os.path.join(os.path.dirname(__file__), "../examples/event-manager")
 ODD = STICK.parent / 'my & "stick"\n\r\v\f$HOME \\040'
 NOBODY = ("unshare", "--user")  # another user, without root's powers
 ABSENT, LOCAL = ["unavailable", None, 0, []], ["on-device", None, 0, []]
@@ -178,7 +180,7 @@ class WidgetsTest(TelevisionTest):
         os.umask(0o777)  # whatever it is, everybody may read what is made, and nobody else may write
         self.says((3, "status", f"! there is no database {DATABASE}; 'zelmar-widgets init' creates it\n"),
                   (0, "init", "created the widget database\n"),
-                  (0, "add a --app t.a", ""),
+                  (0, "add a --app t.a", "added a\n"),
                   (2, "add a --app t.b", "! the database has a widget a already; choose another, or remove that widget "
                                          "first\n"),
                   (2, "add b --app t.a", "! the application t.a belongs to another widget; choose another, or remove that "
@@ -187,7 +189,8 @@ class WidgetsTest(TelevisionTest):
                   (2, "add b/c --app t.c", "! the identifier 'b/c' has a slash; choose another\n"),
                   (2, "add  --app t.c", "! the identifier is empty; choose another\n"),
                   (2, f"add {252 * 'x'} --app t.c", "! the identifier is longer than 251 bytes; choose another\n"),
-                  (0, "add --on-device --app=t.d -- -d", ""))
+                  (2, "add -- -d --app t.d", "! --app is required; see 'zelmar-widgets --help'\n"),
+                  (0, "add --on-device --app=t.d -- -d", "added -d\n"))
         os.umask(0o022)
         self.assertEqual([0o755, 0o755, 0o644, 0o644],
                          [os.stat(path).st_mode & 0o777
@@ -201,7 +204,7 @@ class WidgetsTest(TelevisionTest):
         for name in "bc":
             self.call(0, "add", name, "--app", f"t.{name}")
         with mounted(APPS / "c_img", "-t", "tmpfs", "none"):
-            self.says((0, "remove a", ""),
+            self.says((0, "remove a", "removed a\n"),
                       (1, "remove -- -d", f"! -d is removed, but {APPS}/-d_img holds other things; remove them if nobody "
                                           "needs them\n"),
                       (1, "remove b", f"! b is removed, but not a directory on {APPS}/b_img; move away what stands there, "
@@ -209,6 +212,87 @@ class WidgetsTest(TelevisionTest):
                       (1, "remove c", f"! c is removed, but device or resource busy on {APPS}/c_img; unmount what is "
                                       "mounted there, then call again\n"))
         self.assertEqual({}, self.shown())
+
+    def test_the_event_manager_of_the_examples(self):
+        shell("mkdir bin; echo 'mv /opt/zelmar /opt/usr' >bin/sleep; chmod +x bin/sleep; rm -r usr/zelmar")
+
+        def event(*words, status=0):
+            done = subprocess.run([EVENT_MANAGER, *words], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
+                                  env={"PATH": f"/opt/bin:{os.path.dirname(BESIDE)}:{os.environ['PATH']}"})
+            self.assertEqual(status, done.returncode, done.stderr)
+
+        event("start")
+        with stick():
+            self.device.widget("a").widget("b")
+            event("start")  # which plugs what is there
+            self.assertEqual({"a": WHOLE, "b": WHOLE}, self.shown())
+        with stick():  # another one, and nobody has told of the first one's end
+            self.device.widget("c").content("b", ["image"])
+            event("mounted", STICK)
+            self.assertEqual({"a": ABSENT, "b": [*WHOLE[:2], 1, []], "c": WHOLE}, self.shown())
+            event("unmounting", STICK)
+            self.assertEqual({"a": ABSENT, "b": UNPLUGGED, "c": UNPLUGGED}, self.shown(1))
+            event("mounted", STICK)
+        shell("mv zelmar ..", "/opt/usr")
+        event("unmounted", STICK)  # in vain, until a pause has brought the database back
+        self.assertEqual(dict.fromkeys("abc", ABSENT), self.shown())
+        event("mounted", status=2)
+        event("zork", status=2)
+
+    def test_what_a_support_person_runs_first(self):
+        def checks(status, *lines, **options):
+            self.assertEqual([f"program: {self.call(0, '--version').strip()}, {BESIDE}: ok",
+                              f"kernel: Linux {os.uname().release}: ok", *lines],
+                             self.call(status, "check", **options).splitlines())
+
+        sound = f"database: {DATABASE} is sound, SQLite {sqlite3.sqlite_version}, schema version 1"
+        room, log = "apps: /opt/usr/apps has room: ok", "log: somebody keeps its lines: ok"
+        labels, sticks = "labels: /opt/usr/apps takes them: ok", f"sticks: {STICK.parent}"
+        with stick(), held_by_another("BEGIN IMMEDIATE", 9):
+            checks(0, f"{sound} (process {os.getpid()}, python3, holds it): ok", room, labels, log,
+                   f"{sticks}: 1 mounted: ok", f"stick: {STICK} (tmpfs) can be read: ok")
+        checks(0, f"{sound}: ok", room, labels, log, f"{sticks}: 0 mounted: ok")
+        self.assertEqual([DATABASE.name], os.listdir(DATABASE.parent))  # no log came of that
+
+        shell("mv storage real; ln -s real storage; rm /dev/log usr/zelmar/*")
+        self.addCleanup(shell, "rm storage; mv real storage")
+        missing = f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it"
+        start = "start a syslog daemon: zelmar-frontend tells its reasons nowhere else"
+        log, sticks = f"log: nobody keeps its lines; {start}", f"{sticks}, which is /opt/real/usb: 0 mounted: ok"
+        checks(1, missing, room, "labels: whether /opt/usr/apps takes them cannot be told, but by root: ok", log, sticks,
+               before=NOBODY)
+        with mounted(APPS, "-t", "ramfs", "none"):
+            checks(1, missing, room, "labels: /opt/usr/apps takes none; have a file system with extended attributes "
+                   "there, and /proc mounted", log, sticks)
+        self.assertEqual({"subject": "log", "finding": "nobody keeps its lines", "advice": start},
+                         json.loads(self.call(1, "check", "--json"))["checks"][5])
+
+    def test_json_field_by_field(self):
+        self.device.widget("a", files=["image"])
+        name, place = {"identifier": "a", "application": "t.a"}, f"{STICK}/a_img"
+        plugged = {**name, "result": "available", "stick": str(STICK), "code": None, "advice": None}
+        shown = {**name, "state": "available", "stick": str(STICK), "image_directory": f"{APPS}/a_img",
+                 "content_directory": place, "links": {"a.img": {"target": f"{place}/a.img", "labelled": True}},
+                 "faults": []}
+        for words, told in ((("plug", "--dry-run", STICK), {"dry_run": True, "widgets": [plugged]}),
+                            (("plug", STICK), {"dry_run": False, "widgets": [plugged]}),
+                            (("status",), {"widgets": [shown]})):
+            self.assertEqual({"format": 1, **told, "troubles": []}, json.loads(self.call(0, *words, "--json")))
+
+    def test_a_root_that_is_a_link_and_a_stick_elsewhere(self):
+        self.device.widget("a")
+        shell(f"rm -r {STICK}/a_img; mv storage real; ln -s real storage; mkdir media")
+        self.addCleanup(shell, "rm storage; mv real storage")
+        for place, shown in (STICK, f"/opt/real/usb/{STICK.name}"), (STICK.parents[2] / "media", "/opt/media"):
+            with stick(place):
+                self.device.content("a", ["image"], place)
+                self.says((0, f"plug {place}", f"a: available from {shown}\n"), (0, "heal", "nothing to do\n"),
+                          (0, f"unplug {place}", "a: unavailable\n"), (0, f"plug {place}", f"a: available from {shown}\n"))
+                self.assertEqual({"a": ["available", shown, 1, []]}, self.shown())
+                self.device.sql("UPDATE widget SET external_storage_path = ?", f"{place}/a_img")  # unresolved
+                self.assertEqual({"a": ["available", shown, 1, []]}, self.shown())
+            self.assertEqual({"a": ["available", shown, 1, ["content-gone"]]}, self.shown(1))
+            self.says((0, f"unplug {place}", "a: unavailable\n"), (0, "heal", "nothing to do\n"))
 
     def test_bad_command_lines(self):
         (STICK.parent / "gone").symlink_to("/opt/nowhere/stick")
@@ -280,7 +364,7 @@ class WidgetsTest(TelevisionTest):
         self.device.log.take()
         with self.start("plug", STICK, executable="/opt/alone", stdout=subprocess.DEVNULL) as plug:
             self.device.log.lines.get(timeout=9)
-            self.says((0, "add x --app t.x", ""))
+            self.says((0, "add x --app t.x", "added x\n"))
             self.assertIsNone(plug.poll())
         self.assertEqual(1001, list(self.shown().values()).count([*WHOLE[:2], 1, []]))
 

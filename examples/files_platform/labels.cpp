@@ -46,3 +46,8 @@ bool ZelmarDB::isLabelled(const std::string& link)
     char label[2];
     return lgetxattr(link.c_str(), ATTRIBUTE, label, sizeof label) == 1 && label[0] == '_';
 }
+
+std::optional<bool> ZelmarDB::takesLabels(const std::string&)
+{
+    return std::nullopt;  // zelmar-widgets says that it cannot be told
+}

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <platform/dlog.h>
 #include <platform/dpl.h>
+#include <platform/widget_registry.h>
 #include <boost/locale/encoding_utf.hpp>
 #include <cstdarg>
 #include <cstdio>
@@ -31,4 +32,9 @@ std::wstring DPL::FromUTF8String(const std::string& text)
 std::string DPL::ToUTF8String(const std::wstring& text)
 {
     return boost::locale::conv::utf_to_utf<char>(text, boost::locale::conv::stop);
+}
+
+bool ZelmarDB::isLogKept()
+{
+    return true;
 }

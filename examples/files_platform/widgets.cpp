@@ -349,4 +349,15 @@ std::unique_ptr<RegistryWatch> watchRegistry()
     return nullptr;  // zelmar-widgets does without
 }
 
+RegistryHealth inspectRegistry()
+{
+    registeredWidgets(RegistryAccess::READ);
+    return {WIDGETS, "folders and links", 1};
+}
+
+std::vector<RegistryUser> registryUsers()
+{
+    return {};  // nobody holds it
+}
+
 }  // namespace ZelmarDB

@@ -59,18 +59,11 @@ bool mayPass(RegistryFault fault)
     return fault == RegistryFault::HELD || fault == RegistryFault::FULL;
 }
 
-bool isDiskFull()
-{
-    struct statvfs disk = {};
-    return statvfs(ZelmarFrontend::INSTALLATION_ROOT.c_str(), &disk) == 0 &&
-           (disk.f_bfree == 0 || (disk.f_files != 0 && disk.f_ffree == 0));
-}
-
 /** Whether the tool's error code tells of the database or the disk, not of the widget. */
 bool mayPass(const std::string& code)
 {
     return code == ZelmarFrontend::ERROR_UNKNOWN || code == ZelmarFrontend::ERROR_LOCAL_STORAGE_USED ||
-           (code == ZelmarFrontend::ERROR_SYMLINKS_CREATE && isDiskFull());
+           (code == ZelmarFrontend::ERROR_SYMLINKS_CREATE && isDiskFull(ZelmarFrontend::INSTALLATION_ROOT));
 }
 
 /** The tool has one line for all that is wrong with the database; the registry says more. */
@@ -452,6 +445,13 @@ Report Execution::report() const
 }
 
 }  // namespace
+
+bool isDiskFull(const std::string& directory)
+{
+    struct statvfs disk = {};
+    return statvfs(directory.c_str(), &disk) == 0 &&
+           ((disk.f_blocks != 0 && disk.f_bfree == 0) || (disk.f_files != 0 && disk.f_ffree == 0));
+}
 
 Report bringAbout(const Scope& scope)
 {

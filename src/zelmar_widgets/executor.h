@@ -29,6 +29,9 @@ struct Report {
     bool isDryRun = false;  // the lines tell what would be
 };
 
+/** Whether the file system that the directory is on has no room; false where that is not known. */
+bool isDiskFull(const std::string& directory);
+
 /** Brings about what the planner says of the command's scope. Throws Failure and ZelmarDB::RegistryError. */
 Report bringAbout(const Scope& scope);
 

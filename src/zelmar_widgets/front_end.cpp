@@ -87,7 +87,7 @@ std::string quoted(const std::string& path)
 /** Runs the tool and returns its result line. */
 std::string run(const Words& words)
 {
-    const std::string tool = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "zelmar-frontend";
+    const std::string tool = toolPath();
     std::vector<char*> arguments{const_cast<char*>(tool.c_str())};
     for (const std::string& word : words) {
         arguments.push_back(const_cast<char*>(word.c_str()));
@@ -164,6 +164,11 @@ std::vector<ToolResult> runFor(Words words, const Words& identifiers)
 }
 
 }  // namespace
+
+std::string toolPath()
+{
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "zelmar-frontend";
+}
 
 std::vector<Words> batchesOf(const Words& identifiers)
 {

@@ -13,11 +13,14 @@ struct ToolResult {
     std::string code;  // the tool's error code; empty: success
 };
 
+/** The zelmar-frontend that lies beside this program. */
+std::string toolPath();
+
 /** The identifiers in pieces that one run of the tool can take, in their order. */
 std::vector<std::vector<std::string>> batchesOf(const std::vector<std::string>& identifiers);
 
 /**
- * Run the zelmar-frontend that lies beside this program, once; a result for each widget, in order. The caller holds the
+ * Run the tool once; a result for each widget, in order. The caller holds the
  * InstanceLock. Throw Failure if the run failed as a whole.
  */
 std::vector<ToolResult> makeAvailable(const std::string& stick, const std::vector<std::string>& identifiers);

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "checking.h"
 #include "executor.h"
 #include "failure.h"
 #include "installing.h"
@@ -91,6 +92,23 @@ ExitStatus bringAbout(const Scope& scope, const Request& request)
     }
     tellTroubles(report.troubles);
     return report.status;
+}
+
+ExitStatus showChecks(bool json)
+{
+    std::vector<Check> checks;
+    check([&](const Check& check) {
+        if (!json) {
+            printLine(check);
+        }
+        checks.push_back(check);
+    });
+    if (json) {
+        printJson(checks);
+    }
+    const bool isWell =
+        std::all_of(checks.begin(), checks.end(), [](const Check& some) { return some.advice.empty(); });
+    return isWell ? ALL_WELL : SOME_WIDGET_WRONG;
 }
 
 void createDatabase(bool replace)
@@ -175,6 +193,9 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
     CLI::App* const watching = app.add_subcommand("watch", "Tell each widget's state, then each change of it");
     watching->add_flag("--json", request.json, "Print JSON, one object a line");
 
+    CLI::App* const checking = app.add_subcommand("check", "Look at what the programs need, and tell what to do");
+    checking->add_flag("--json", request.json, "Print JSON");
+
     app.parse(reversedWords(argc, argv));
     if (status->parsed()) {
         return showStatus(request);
@@ -188,14 +209,19 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
     if (healing->parsed()) {
         return bringAbout({Scope::Command::HEAL, ""}, request);
     }
+    if (checking->parsed()) {
+        return showChecks(request.json);
+    }
     if (watching->parsed()) {
         watch(request.json);
         return ALL_WELL;
     }
     if (adding->parsed()) {
         add(request.identifier, request.application, !request.onDevice);
+        std::cout << "added " << printable(request.identifier) << '\n';
     } else if (removing->parsed()) {
         ZelmarWidgets::remove(request.identifier);
+        std::cout << "removed " << printable(request.identifier) << '\n';
     } else if (creating->parsed()) {
         createDatabase(request.replace);
     } else {

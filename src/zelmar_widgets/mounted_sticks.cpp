@@ -53,13 +53,14 @@ std::vector<Mount> mountsIn(const std::string& mountinfo)
         std::istringstream fields(line);
         std::string field;
         Mount mount;
-        for (int number = 1; number <= 5 && std::getline(fields, field, ' '); ++number) {
+        for (int number = 1; std::getline(fields, field, ' ') && field != "-"; ++number) {
             if (number == 3) {
                 mount.device = field;
             } else if (number == 5) {
                 mount.point = unescaped(field);
             }
         }
+        std::getline(fields, mount.type, ' ');
         mounts.push_back(mount);
     }
     return mounts;
@@ -77,15 +78,26 @@ MountedSticks::MountedSticks() : m_roots{ZelmarFrontend::EXTERNAL_STORAGE_ROOT}
     m_mounts = mountsIn(mounts.str());
 }
 
+std::vector<Mount> MountedSticks::all() const
+{
+    std::vector<Mount> sticks;
+    for (auto mount = m_mounts.rbegin(); mount != m_mounts.rend(); ++mount) {
+        // The last one at a point covers the others.
+        const bool isCovered =
+            std::any_of(sticks.begin(), sticks.end(), [&](const Mount& stick) { return stick.point == mount->point; });
+        if (mount->point != m_roots.back() && leadsInto(mount->point, m_roots.back()) && !isCovered) {
+            sticks.push_back(*mount);
+        }
+    }
+    return sticks;
+}
+
 std::vector<std::string> MountedSticks::mounted() const
 {
     std::vector<std::string> sticks;
-    for (auto mount = m_mounts.rbegin(); mount != m_mounts.rend(); ++mount) {
-        // Of several mounts at one point, the last one covers the others.
-        const bool isCovered = std::find(sticks.begin(), sticks.end(), mount->point) != sticks.end();
-        const bool isBelow = mount->point != m_roots.back() && leadsInto(mount->point, m_roots.back());
-        if (isBelow && !isCovered && !isPulled(mount->point)) {
-            sticks.push_back(mount->point);
+    for (const Mount& stick : all()) {
+        if (!isPulled(stick.point)) {
+            sticks.push_back(stick.point);
         }
     }
     return sticks;

@@ -10,6 +10,7 @@ namespace ZelmarWidgets {
 struct Mount {
     std::string point;
     std::string device;  // its numbers, "8:1"
+    std::string type;    // of the file system
 };
 
 /** The lines of /proc/self/mountinfo, whatever bytes a mount point holds, in their order. */
@@ -23,7 +24,10 @@ public:
     /** The folders below which everything is a stick's: /opt/storage/usb, and what it resolves to. */
     const std::vector<std::string>& roots() const { return m_roots; }
 
-    /** What is mounted below these and can still answer, the latest first. */
+    /** What is mounted below these, pulled or not, the latest first; of several at one point, the one that shows. */
+    std::vector<Mount> all() const;
+
+    /** Where those are that were not pulled. */
     std::vector<std::string> mounted() const;
 
     bool isMountPoint(const std::string& path) const;

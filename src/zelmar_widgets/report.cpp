@@ -213,6 +213,23 @@ void printJson(const Report& report)
            {"troubles", textsOf(report.troubles)}});
 }
 
+void printLine(const Check& check)
+{
+    std::cout << check.subject << ": " << printable(check.finding)
+              << (check.advice.empty() ? ": ok" : "; " + printable(check.advice)) << std::endl;
+}
+
+void printJson(const std::vector<Check>& checks)
+{
+    ordered_json list = ordered_json::array();
+    for (const Check& check : checks) {
+        list.push_back({{"subject", check.subject},
+                        {"finding", textForJson(check.finding)},
+                        {"advice", textOrNull(check.advice)}});
+    }
+    print({{"format", JSON_FORMAT}, {"checks", list}});
+}
+
 void printJson(const Failure& failure)
 {
     print({{"format", JSON_FORMAT},

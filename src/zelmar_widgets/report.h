@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "checking.h"
 #include "executor.h"
 #include "planner.h"
 
@@ -26,6 +27,9 @@ void printJson(const std::vector<WidgetStatus>& widgets, const std::vector<std::
 
 void printLines(const Report& report);
 void printJson(const Report& report);
+
+void printLine(const Check& check);
+void printJson(const std::vector<Check>& checks);
 
 void printJson(const Failure& failure);
 

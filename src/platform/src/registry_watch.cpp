@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include <fcntl.h>
 #include <platform/widget_registry.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
@@ -12,29 +11,14 @@
 #include <cstring>
 #include <string>
 
+#include "registry_locks.h"
 #include "widget_database.h"
 
 namespace ZelmarDB {
 
 namespace {
 
-// SQLite locks this byte of its shared memory file from before a change is written to the log until it can be seen.
-constexpr off_t WRITE_LOCK_BYTE = 120;
 constexpr long WRITER_CHECK_NANOSECONDS = 20'000'000;
-
-bool isBeingWritten()
-{
-    const int file = open((std::string(DATABASE_FILE) + "-shm").c_str(), O_RDONLY | O_CLOEXEC);
-    struct flock lock = {};
-    lock.l_type = F_RDLCK;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = WRITE_LOCK_BYTE;
-    lock.l_len = 1;
-    const bool known = fcntl(file, F_GETLK, &lock) == 0;
-    // This also drops the locks of this process, so no connection may be open now.
-    close(file);
-    return known && lock.l_type != F_UNLCK;
-}
 
 /** A descriptor that is readable while one of those is that have been added. */
 class DatabaseWatch : public RegistryWatch {
@@ -74,7 +58,7 @@ public:
         watch(file, IN_MODIFY);
         watch(file + "-wal", IN_MODIFY);
         // The log is written before the change can be seen, and nothing tells when it can. Zero disarms the timer.
-        const itimerspec soon = {{}, {0, isBeingWritten() ? WRITER_CHECK_NANOSECONDS : 0}};
+        const itimerspec soon = {{}, {0, writeLock() ? WRITER_CHECK_NANOSECONDS : 0}};
         timerfd_settime(m_timer, 0, &soon, nullptr);
     }
 

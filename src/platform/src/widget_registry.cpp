@@ -101,15 +101,15 @@ void requireOpenable(const std::string& file, int flags)
 }
 
 /**
- * The URI for SQLite. Without a write-ahead log, no process has the database open: who may not make a log then reads
- * the database as immutable, since SQLite would refuse it otherwise.
+ * The URI for SQLite. Without a journal, no process has the database open: it is read as immutable then, so that who
+ * may not make a log can read it, and who may leaves none.
  */
-std::string readableFile()
+std::string fileToRead()
 {
     const std::string file = DATABASE_FILE;
-    const bool hasLog = access((file + "-wal").c_str(), F_OK) == 0;
-    const bool mayMakeLog = access(fs::path(file).parent_path().c_str(), W_OK) == 0;
-    return "file:" + file + (hasLog || mayMakeLog ? "" : "?immutable=1");
+    const bool hasJournal =
+        access((file + "-wal").c_str(), F_OK) == 0 || access((file + "-journal").c_str(), F_OK) == 0;
+    return "file:" + file + (hasJournal ? "" : "?immutable=1");
 }
 
 /** Gives `uri`, of the file, to `use` as a database. Throws RegistryError in the place of SQLite::Exception. */
@@ -142,7 +142,7 @@ auto withDatabase(RegistryAccess access, Use use)
     const bool change = access == RegistryAccess::CHANGE;
     requireOpenable(DATABASE_FILE, change ? O_RDWR : O_RDONLY);
     const int flags = change ? SQLite::OPEN_READWRITE : SQLite::OPEN_READONLY;
-    return withFile(DATABASE_FILE, readableFile(), flags, [&](SQLite::Database& database) {
+    return withFile(DATABASE_FILE, change ? DATABASE_FILE : fileToRead(), flags, [&](SQLite::Database& database) {
         // The log stays at the end: who may only read the database needs it.
         sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
         requireVersion(database);
@@ -325,7 +325,7 @@ RegistryCreation createRegistry(ExistingRegistry existing)
 {
     const Draft draft;
     if (existing == ExistingRegistry::KEEP && stands(DATABASE_FILE)) {
-        withDatabase(RegistryAccess::READ, requireSound);
+        withDatabase(RegistryAccess::CHANGE, requireSound);  // which makes a missing log
         return {false, {}};
     }
     const std::string folder = fs::path(DATABASE_FILE).parent_path();
@@ -342,6 +342,12 @@ RegistryCreation createRegistry(ExistingRegistry existing)
     // Makes the write-ahead log, for readers who may not make one themselves.
     withDatabase(RegistryAccess::CHANGE, requireSound);
     return creation;
+}
+
+RegistryHealth inspectRegistry()
+{
+    withDatabase(RegistryAccess::READ, requireSound);
+    return {DATABASE_FILE, std::string("SQLite ") + SQLite::getLibVersion(), SCHEMA_VERSION};
 }
 
 bool isLabelled(const std::string& link)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -89,5 +90,30 @@ public:
 
 /** Null: this platform cannot tell of changes. */
 std::unique_ptr<RegistryWatch> watchRegistry();
+
+// For who has to find out what is wrong. None of these leaves anything changed.
+
+struct RegistryHealth {
+    std::string place;  // these two for people
+    std::string engine;
+    int schemaVersion;
+};
+
+/** Reads the database from end to end. Throws RegistryError if it is not sound. */
+RegistryHealth inspectRegistry();
+
+struct RegistryUser {
+    int process;
+    bool isChanging;  // whoever else wants to change something waits
+};
+
+/** Some other processes that have the database open, the one that changes it among them; as far as can be told. */
+std::vector<RegistryUser> registryUsers();
+
+/** Whether links in this directory can be labelled; nothing where that cannot be told. */
+std::optional<bool> takesLabels(const std::string& directory);
+
+/** Whether anybody keeps the lines of the log. */
+bool isLogKept();
 
 }  // namespace ZelmarDB
