@@ -433,7 +433,7 @@ class WidgetsTest(TelevisionTest):
         for _ in range(5):
             with self.start("plug", STICK) as one, self.start("plug", ODD) as other:
                 self.assertEqual((0, 0), (one.wait(), other.wait()))
-            self.assertIn(self.shown(), [dict.fromkeys(left, whole) for whole in (WHOLE, ODDLY)])
+            self.assertLessEqual({str(facts) for facts in self.shown().values()}, {str(WHOLE), str(ODDLY)})
         with self.start("plug", STICK) as one, self.start("unplug", STICK) as other:
             self.assertIn((one.wait(), other.wait()), ((0, 0), (1, 0)))
 
