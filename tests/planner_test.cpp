@@ -84,7 +84,7 @@ WidgetPlan planned(WidgetFacts widget, const Scope& scope, const std::vector<Con
             mounted.push_back(content.stick);
         }
     }
-    for (const std::string& stick : candidates(widget, scope, mounted)) {
+    for (const std::string& stick : candidateSticks(widget, scope, mounted)) {
         const auto content =
             std::find_if(contents.begin(), contents.end(), [&](const Content& some) { return some.stick == stick; });
         widget.contents.push_back(content == contents.end() ? Content{stick} : *content);
@@ -165,7 +165,7 @@ TEST(Names, StayWholeDistinctAndPrintable)
     EXPECT_EQ("/", mounts[0].point);
     EXPECT_EQ("/opt/storage/usb/my stick\t\n\\", mounts[1].point);
     EXPECT_EQ("/opt/\r\v\f\xff", mounts[2].point);
-    EXPECT_EQ("8:17", mounts[2].device);
+    EXPECT_EQ("8:17", mounts[2].disk);
 
     EXPECT_EQ("\\x00 \\x1b\\x7f\\xc2\\x9b \\x9b \\xff\\xc3( \\\\ колобок \u00a0",
               printable("\0 \x1b\x7f\u009b \x9b \xff\xc3( \\ колобок \u00a0"s));

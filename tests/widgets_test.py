@@ -246,8 +246,8 @@ class WidgetsTest(TelevisionTest):
                              self.call(status, "check", **options).splitlines())
 
         sound = f"database: {DATABASE} is sound, SQLite {sqlite3.sqlite_version}, schema version 1"
-        room, log = "apps: /opt/usr/apps has room: ok", "log: somebody keeps its lines: ok"
-        labels, sticks = "labels: /opt/usr/apps takes them: ok", f"sticks: {STICK.parent}"
+        room, log = "apps: /opt/usr/apps has room: ok", "log: a logger keeps the lines: ok"
+        labels, sticks = "labels: links in /opt/usr/apps can be labelled: ok", f"sticks: {STICK.parent}"
         with stick(), held_by_another("BEGIN IMMEDIATE", 9):
             checks(0, f"{sound} (process {os.getpid()}, python3, holds it): ok", room, labels, log,
                    f"{sticks}: 1 mounted: ok", f"stick: {STICK} (tmpfs) can be read: ok")
@@ -257,14 +257,14 @@ class WidgetsTest(TelevisionTest):
         shell("mv storage real; ln -s real storage; rm /dev/log usr/zelmar/*")
         self.addCleanup(shell, "rm storage; mv real storage")
         missing = f"database: there is no database {DATABASE}; 'zelmar-widgets init' creates it"
-        start = "start a syslog daemon: zelmar-frontend tells its reasons nowhere else"
-        log, sticks = f"log: nobody keeps its lines; {start}", f"{sticks}, which is /opt/real/usb: 0 mounted: ok"
-        checks(1, missing, room, "labels: whether /opt/usr/apps takes them cannot be told, but by root: ok", log, sticks,
+        start = "start a syslog daemon: zelmar-frontend writes its reasons nowhere else"
+        log, sticks = f"log: no logger keeps the lines; {start}", f"{sticks}, which is /opt/real/usb: 0 mounted: ok"
+        checks(1, missing, room, "labels: only root can find out whether links in /opt/usr/apps can be labelled: ok", log, sticks,
                before=NOBODY)
         with mounted(APPS, "-t", "ramfs", "none"):
-            checks(1, missing, room, "labels: /opt/usr/apps takes none; have a file system with extended attributes "
+            checks(1, missing, room, "labels: links in /opt/usr/apps cannot be labelled; have a file system with extended attributes "
                    "there, and /proc mounted", log, sticks)
-        self.assertEqual({"subject": "log", "finding": "nobody keeps its lines", "advice": start},
+        self.assertEqual({"subject": "log", "finding": "no logger keeps the lines", "advice": start},
                          json.loads(self.call(1, "check", "--json"))["checks"][5])
 
     def test_json_field_by_field(self):
@@ -301,9 +301,9 @@ class WidgetsTest(TelevisionTest):
         self.says((2, "plug /nowhere", "! no directory: '/nowhere'; name the one where the stick is mounted\n"),
                   (2, "unplug ", "! no mount point: ''; name a directory\n"),
                   (0, f"unplug {STICK}", "nothing to do\n"),
-                  (2, "unplug /opt/sda1", "! nothing is known of '/opt/sda1': it is not there, and no widget leads to it; "
+                  (2, "unplug /opt/sda1", "! '/opt/sda1' does not exist, and no widget leads to it; "
                                           "name the directory where the stick is or was mounted\n"),
-                  (2, f"unplug {STICK.parent}/gone/", "! nothing is known of '/opt/nowhere/stick': it is not there, and no "
+                  (2, f"unplug {STICK.parent}/gone/", "! '/opt/nowhere/stick' does not exist, and no "
                    "widget leads to it; name the directory where the stick is or was mounted\n"),
                   (2, "status a z", unknown.replace("'z'", "'a'")), (2, "remove z", unknown),
                   (2, "zork", f"! The following argument was not expected: zork; {wrong}"),
@@ -337,8 +337,8 @@ class WidgetsTest(TelevisionTest):
                  "c: failed: it has been removed from the database meanwhile; add it again\n"),
                 (1, "echo c,SUCCESS:", f"c: failed: it is still not-plugged; see what stands in {APPS}/c_img, then call "
                  "again\n"),
-                (3, "echo c", f"! the result line of zelmar-frontend is not understood: c; {beside}\n"),
-                (3, "echo", f"! the result line of zelmar-frontend is not understood: ; {beside}\n"),
+                (3, "echo c", f"! cannot understand the result line of zelmar-frontend: c; {beside}\n"),
+                (3, "echo", f"! cannot understand the result line of zelmar-frontend: ; {beside}\n"),
                 (3, "kill -9 $$", f"{failed} was ended by signal 9; run 'zelmar-widgets heal'\n"),
                 (3, "echo Why >&2; exit 255", f"{failed}: Why; see 'journalctl -t ZELMAR_INSTALLER', then call again\n")):
             with self.subTest(script):
@@ -412,7 +412,7 @@ class WidgetsTest(TelevisionTest):
             self.says((0, f"plug {STICK}", f"a: available from {STICK}\n"))
         with held_by_another("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE", 8):
             self.says((0, f"unplug {STICK}", "a: unavailable\n"))
-        held = "the database took no change: another process has held it too long, or the disk is full; call again\n"
+        held = "the database could not be changed: another process has held it too long, or the disk is full; call again\n"
         with held_by_another("BEGIN IMMEDIATE", 99):
             self.says((3, f"plug {STICK}", f"a: failed: {held}! {held}"), timeout=90)
         with held_by_another("PRAGMA locking_mode = EXCLUSIVE; BEGIN IMMEDIATE", 99):

@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "executor.h"
 #include "failure.h"
 #include "front_end.h"
 #include "mounted_sticks.h"
@@ -27,7 +26,7 @@ namespace {
 using ZelmarFrontend::EXTERNAL_STORAGE_ROOT;
 using ZelmarFrontend::INSTALLATION_ROOT;
 
-Check failed(const std::string& subject, const Failure& failure)
+Check failedCheck(const std::string& subject, const Failure& failure)
 {
     return {subject, failure.what(), failure.advice()};
 }
@@ -48,9 +47,9 @@ Check checkKernel()
     int version = 0;
     int revision = 0;
     std::sscanf(system.release, "%d.%d", &version, &revision);
-    const bool tellsOfFailedWrites = version > 5 || (version == 5 && revision >= 8);
+    const bool reportsFailedWrites = version > 5 || (version == 5 && revision >= 8);
     return {"kernel", std::string(system.sysname) + " " + system.release,
-            tellsOfFailedWrites ? "" : "use 5.8 or newer: an older one does not tell of writes that failed"};
+            reportsFailedWrites ? "" : "use 5.8 or newer: an older one does not report writes that failed"};
 }
 
 std::string usersOfDatabase()
@@ -96,39 +95,42 @@ Check checkApps()
     const std::string directory = existingInstallationRoot();
     struct statvfs disk = {};
     if (statvfs(directory.c_str(), &disk) != 0) {
-        return failed("apps", systemFailure(errno, directory));
+        return failedCheck("apps", systemFailure(errno, directory));
     }
     if ((disk.f_flag & ST_RDONLY) != 0) {
-        return failed("apps", systemFailure(EROFS, directory));
+        return failedCheck("apps", systemFailure(EROFS, directory));
     }
     if (isDiskFull(directory)) {
-        return failed("apps", systemFailure(ENOSPC, directory));
+        return failedCheck("apps", systemFailure(ENOSPC, directory));
     }
     std::error_code error;
     if (directory == INSTALLATION_ROOT && !fs::is_directory(directory, error)) {
-        return failed("apps", systemFailure(ENOTDIR, directory));
+        return failedCheck("apps", systemFailure(ENOTDIR, directory));
     }
-    return {"apps", INSTALLATION_ROOT + (directory == INSTALLATION_ROOT ? " has room" : " is made by the first 'add'"),
+    return {"apps",
+            INSTALLATION_ROOT + (directory == INSTALLATION_ROOT ? " has room" : " will be created by the first 'add'"),
             ""};
 }
 
 Check checkLabels()
 {
     const std::string directory = existingInstallationRoot();
-    const auto taken = ZelmarDB::takesLabels(directory);
-    if (!taken) {
+    const auto takesLabels = ZelmarDB::takesLabels(directory);
+    if (!takesLabels) {
         return {"labels",
-                "whether " + directory + " takes them cannot be told" + (geteuid() == 0 ? "" : ", but by root"), ""};
+                (geteuid() == 0 ? "unknown whether links in " : "only root can find out whether links in ") +
+                    directory + " can be labelled",
+                ""};
     }
-    return {"labels", directory + (*taken ? " takes them" : " takes none"),
-            *taken ? "" : "have a file system with extended attributes there, and /proc mounted"};
+    return {"labels", "links in " + directory + (*takesLabels ? " can be labelled" : " cannot be labelled"),
+            *takesLabels ? "" : "have a file system with extended attributes there, and /proc mounted"};
 }
 
 Check checkLog()
 {
-    return ZelmarDB::isLogKept() ? Check{"log", "somebody keeps its lines", ""}
-                                 : Check{"log", "nobody keeps its lines",
-                                         "start a syslog daemon: zelmar-frontend tells its reasons nowhere else"};
+    return ZelmarDB::isLogKept() ? Check{"log", "a logger keeps the lines", ""}
+                                 : Check{"log", "no logger keeps the lines",
+                                         "start a syslog daemon: zelmar-frontend writes its reasons nowhere else"};
 }
 
 Check checkRoot(const MountedSticks& mounts)
@@ -147,7 +149,7 @@ Check checkRoot(const MountedSticks& mounts)
 Check checkStick(const Mount& stick, bool isPulled)
 {
     if (isPulled) {
-        return {"stick", stick.point + ": its device has gone", "unmount it, then plug it in again"};
+        return {"stick", stick.point + ": was pulled but is still mounted", "unmount it, then plug it in again"};
     }
     if (!isText(stick.point)) {
         return {"stick", stick.point + " is not UTF-8, so the database cannot hold it", "mount the stick elsewhere"};
@@ -155,25 +157,32 @@ Check checkStick(const Mount& stick, bool isPulled)
     std::error_code error;
     const fs::directory_iterator content(stick.point, error);
     if (error) {
-        return failed("stick", systemFailure(error.value(), stick.point));
+        return failedCheck("stick", systemFailure(error.value(), stick.point));
     }
     return {"stick", stick.point + " (" + stick.type + ") can be read", ""};
 }
 
 }  // namespace
 
-void check(const std::function<void(const Check&)>& tell)
+bool isDiskFull(const std::string& directory)
 {
-    tell(checkProgram());
-    tell(checkKernel());
-    tell(checkDatabase());
-    tell(checkApps());
-    tell(checkLabels());
-    tell(checkLog());
+    struct statvfs disk = {};
+    return statvfs(directory.c_str(), &disk) == 0 &&
+           ((disk.f_blocks != 0 && disk.f_bfree == 0) || (disk.f_files != 0 && disk.f_ffree == 0));
+}
+
+void runChecks(const std::function<void(const Check&)>& onResult)
+{
+    onResult(checkProgram());
+    onResult(checkKernel());
+    onResult(checkDatabase());
+    onResult(checkApps());
+    onResult(checkLabels());
+    onResult(checkLog());
     const MountedSticks mounts;
-    tell(checkRoot(mounts));
+    onResult(checkRoot(mounts));
     for (const Mount& stick : mounts.all()) {
-        tell(checkStick(stick, mounts.isPulled(stick.point)));
+        onResult(checkStick(stick, mounts.isPulled(stick.point)));
     }
 }
 

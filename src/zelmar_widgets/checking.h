@@ -7,14 +7,17 @@
 
 namespace ZelmarWidgets {
 
-/** One of the things that the programs need. */
+/** The result of a check of one thing that the programs need. */
 struct Check {
-    std::string subject;  // a word
+    std::string subject;  // what was checked, in one word
     std::string finding;
-    std::string advice;  // empty: it is well
+    std::string advice;  // empty: nothing has to be done
 };
 
-/** Tells each check when it is done, the sticks last: one may hang. Changes nothing. */
-void check(const std::function<void(const Check&)>& tell);
+/** Calls `onResult` after each check. Sticks come last, since one may hang. Changes nothing. */
+void runChecks(const std::function<void(const Check&)>& onResult);
+
+/** Whether the file system of the directory has no room; false if that cannot be found out. */
+bool isDiskFull(const std::string& directory);
 
 }  // namespace ZelmarWidgets

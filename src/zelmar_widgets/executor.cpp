@@ -3,7 +3,6 @@
 #include "executor.h"
 
 #include <platform/widget_registry.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 #include <zelmar_frontend_constants.h>
 #include <algorithm>
@@ -19,6 +18,7 @@
 #include <thread>
 #include <utility>
 
+#include "checking.h"
 #include "front_end.h"
 #include "instance_lock.h"
 #include "mounted_sticks.h"
@@ -37,20 +37,18 @@ using ZelmarDB::RegistryAccess;
 using ZelmarDB::RegistryError;
 using ZelmarDB::RegistryFault;
 
-// For how long a command tries again what another process, a full disk or changing mounts keep it from.
+// How long a command tries again what fails because of another process, a full disk or changing mounts.
 constexpr std::chrono::minutes PATIENCE(1);
 // systemd looks at the mounts at most once a second.
 constexpr std::chrono::seconds PAUSE(1);
-// How often a command looks again at a widget that another instance seems to be changing, too.
-constexpr int MAX_SURPRISES = 3;
-// The kernel follows no more of them, either.
-constexpr int MAX_LINKS = 40;
+// How often a command surveys again because another instance seems to change the same widgets.
+constexpr int MAX_INTERFERENCES = 3;
 
 /** Why a widget is not as it should be. */
 struct WidgetFailure {
     std::string code;  // the tool's, if it has one
     std::string advice;
-    bool mayPass = false;  // by itself, in a while
+    bool mayPass = false;  // the cause may go away by itself
     bool isOfRun = false;  // the tool failed as a whole
 };
 
@@ -59,14 +57,14 @@ bool mayPass(RegistryFault fault)
     return fault == RegistryFault::HELD || fault == RegistryFault::FULL;
 }
 
-/** Whether the tool's error code tells of the database or the disk, not of the widget. */
+/** Whether the tool's error code may be due to the database or the disk, not to the widget. */
 bool mayPass(const std::string& code)
 {
     return code == ZelmarFrontend::ERROR_UNKNOWN || code == ZelmarFrontend::ERROR_LOCAL_STORAGE_USED ||
            (code == ZelmarFrontend::ERROR_SYMLINKS_CREATE && isDiskFull(ZelmarFrontend::INSTALLATION_ROOT));
 }
 
-/** The tool has one line for all that is wrong with the database; the registry says more. */
+/** The tool has one message for everything that is wrong with the database; the registry has one for each fault. */
 WidgetFailure failureOfRun(const Failure& failure)
 {
     try {
@@ -77,7 +75,7 @@ WidgetFailure failureOfRun(const Failure& failure)
     }
 }
 
-/** On a terminal, for what takes more than one run. */
+/** Prints a counter on a terminal. */
 void showProgress(std::size_t done, std::size_t all)
 {
     if (isatty(STDERR_FILENO) != 0) {
@@ -96,19 +94,19 @@ std::vector<WidgetPlan> plansFor(const Situation& situation, const Scope& scope)
     return plans;
 }
 
-/** Nobody unplugs what nobody knows: it is mistyped. */
-void requireKnown(const Situation& situation, const Scope& scope)
+/** Refuses to unplug a path that does not exist and that no widget leads to: it is mistyped. */
+void requireKnownStick(const Situation& situation, const Scope& scope)
 {
     std::error_code error;
     if (scope.command == Command::UNPLUG && situation.widgets.empty() &&
         fs::status(scope.argument, error).type() == fs::file_type::not_found) {
-        throw badCommandLine("nothing is known of '" + scope.argument + "': it is not there, and no widget leads to it",
+        throw badCommandLine("'" + scope.argument + "' does not exist, and no widget leads to it",
                              "name the directory where the stick is or was mounted");
     }
 }
 
-/** What a plug has to say of a widget whose folder its stick holds, but not the image. */
-std::string adviceOnFolder(const WidgetFacts& widget, const Scope& scope)
+/** The advice of PLUG on a widget if the plugged stick holds its folder without the image; else empty. */
+std::string adviceOnMissingImage(const WidgetFacts& widget, const Scope& scope)
 {
     const bool hasFolderOnly = scope.command == Command::PLUG &&
                                std::any_of(widget.contents.begin(), widget.contents.end(), [&](const Content& content) {
@@ -119,7 +117,7 @@ std::string adviceOnFolder(const WidgetFacts& widget, const Scope& scope)
                : "";
 }
 
-/** The widget's line if it is, or will be, as its plan says. */
+/** The line of a widget that is, or will be, as its plan says. */
 ReportLine lineFor(const WidgetFacts& widget, const WidgetPlan& plan)
 {
     const Result result = widget.home != Home::STICK ? Result::CLEARED
@@ -142,19 +140,20 @@ public:
     Report run();
 
 private:
-    using Run = std::function<std::vector<ToolResult>(const Identifiers&)>;
+    using ToolRun = std::function<std::vector<ToolResult>(const Identifiers&)>;
 
-    bool look(Sticks sticks);
-    bool carryOut();
+    void surveyAndPlan(Sticks sticks);
+    Situation surveyPatiently(Sticks sticks);
+    bool carryOutPlans();
     bool isToBeDone(const WidgetPlan& plan) const;
     void changeFiles(const WidgetPlan& plan);
-    void runTool(const Identifiers& identifiers, const Run& run);
-    void makeUnplugged(const Identifiers& identifiers);
-    void makePlugged(const std::string& stick, const Identifiers& identifiers);
-    Identifiers unfailed(const Identifiers& identifiers) const;
-    void forgetWhatMayPass();
-    bool hasReasonToWait();
-    bool isSurprised();
+    void runTool(const Identifiers& identifiers, const ToolRun& run);
+    void makeWidgetsUnavailable(const Identifiers& identifiers);
+    void makeWidgetsAvailable(const std::string& stick, const Identifiers& identifiers);
+    Identifiers withoutFailed(const Identifiers& identifiers) const;
+    void forgetPassingFailures();
+    bool shouldWait();
+    bool wasInterferedWith();
     bool wait();
     ReportLine reportLine(const WidgetFacts& widget, const WidgetPlan& plan) const;
     Report report() const;
@@ -162,32 +161,30 @@ private:
     const Scope& m_scope;
     const MountWatch m_mounts;
     bool m_hasAwaitedMount = false;
-    int m_surprises = 0;
+    int m_interferences = 0;
     std::optional<Clock::time_point> m_giveUpAt;
     Situation m_situation;
     std::vector<WidgetPlan> m_plans;                  // of the situation's widgets, in their order
-    std::set<std::string> m_concerned;                // the widgets that this has been about
-    std::set<std::string> m_promised;                 // those that a plugged stick was found to hold
-    std::set<std::string> m_touched;                  // those for which something was done
+    std::set<std::string> m_concerned;                // widgets that any survey of this command was about
+    std::set<std::string> m_foundOnStick;             // PLUG: those that its stick was once found to hold
+    std::set<std::string> m_touched;                  // those for which a step was done
     std::map<std::string, std::set<Step>> m_done;     // each step of a widget is done once, unless mounts change
     std::map<std::string, WidgetFailure> m_failures;  // the first of each widget
 };
 
 Report Execution::run()
 {
-    // No stick, were it one that hangs, keeps another one's widgets from becoming unavailable.
-    Sticks sticks = m_scope.command == Command::UNPLUG ? Sticks::LEAVE_ALONE : Sticks::LOOK_AT;
+    if (m_scope.command == Command::UNPLUG) {
+        // Widgets become unavailable before any stick is looked at: another stick may hang.
+        surveyAndPlan(Sticks::LEAVE_ALONE);
+        carryOutPlans();
+    }
     for (;;) {
-        if (!look(sticks)) {
-            continue;
-        }
-        const bool hasWorked = carryOut();
-        if (std::exchange(sticks, Sticks::LOOK_AT) == Sticks::LEAVE_ALONE) {
-            continue;
-        }
-        if (hasReasonToWait() || (!hasWorked && isSurprised())) {
+        surveyAndPlan(Sticks::LOOK_AT);
+        const bool hasWorked = carryOutPlans();
+        if (shouldWait() || (!hasWorked && wasInterferedWith())) {
             if (!wait()) {
-                look(Sticks::LOOK_AT);
+                surveyAndPlan(Sticks::LOOK_AT);
                 return report();
             }
         } else if (!hasWorked) {
@@ -196,34 +193,39 @@ Report Execution::run()
     }
 }
 
-/** False if the database could not be read, but may be now. */
-bool Execution::look(Sticks sticks)
+void Execution::surveyAndPlan(Sticks sticks)
 {
-    try {
-        m_situation = survey(m_scope, m_concerned, RegistryAccess::CHANGE, sticks);
-    } catch (const RegistryError& error) {
-        if (!mayPass(error.fault()) || !wait()) {
-            throw;
-        }
-        return false;
-    }
-    requireKnown(m_situation, m_scope);
+    m_situation = surveyPatiently(sticks);
+    requireKnownStick(m_situation, m_scope);
     m_plans = plansFor(m_situation, m_scope);
     for (const WidgetPlan& plan : m_plans) {
         m_concerned.insert(plan.identifier);
         if (m_scope.command == Command::PLUG && plan.stick == m_scope.argument) {
-            m_promised.insert(plan.identifier);
+            m_foundOnStick.insert(plan.identifier);
         }
     }
-    return true;
 }
 
-/** What the plans ask for: first what becomes unavailable, which touches no stick. False if there was nothing to do. */
-bool Execution::carryOut()
+/** Tries again while the database cannot be read for a reason that may pass. */
+Situation Execution::surveyPatiently(Sticks sticks)
 {
-    forgetWhatMayPass();
-    Identifiers leaving;
-    std::map<std::string, Identifiers> coming;
+    for (;;) {
+        try {
+            return survey(m_scope, m_concerned, RegistryAccess::CHANGE, sticks);
+        } catch (const RegistryError& error) {
+            if (!mayPass(error.fault()) || !wait()) {
+                throw;
+            }
+        }
+    }
+}
+
+/** First makes widgets unavailable, which needs no stick, then others available. False if there was nothing to do. */
+bool Execution::carryOutPlans()
+{
+    forgetPassingFailures();
+    Identifiers toMakeUnavailable;
+    std::map<std::string, Identifiers> toMakeAvailable;  // by stick
     bool hasWorked = false;
     for (const WidgetPlan& plan : m_plans) {
         if (!isToBeDone(plan)) {
@@ -235,15 +237,15 @@ bool Execution::carryOut()
         changeFiles(plan);
         for (const Step step : plan.steps) {
             if (step == Step::MAKE_UNAVAILABLE) {
-                leaving.push_back(plan.identifier);
+                toMakeUnavailable.push_back(plan.identifier);
             } else if (step == Step::MAKE_AVAILABLE) {
-                coming[plan.stick].push_back(plan.identifier);
+                toMakeAvailable[plan.stick].push_back(plan.identifier);
             }
         }
     }
-    makeUnplugged(unfailed(leaving));
-    for (const auto& [stick, identifiers] : coming) {
-        makePlugged(stick, unfailed(identifiers));
+    makeWidgetsUnavailable(withoutFailed(toMakeUnavailable));
+    for (const auto& [stick, identifiers] : toMakeAvailable) {
+        makeWidgetsAvailable(stick, withoutFailed(identifiers));
     }
     return hasWorked;
 }
@@ -256,7 +258,7 @@ bool Execution::isToBeDone(const WidgetPlan& plan) const
                                                  [&](Step step) { return done->second.count(step) != 0; }));
 }
 
-/** The steps that are not the tool's: it makes no directory, and refuses widgets that are not on USB. */
+/** Does the steps that the tool cannot: it makes no directory, and refuses widgets that are not on USB. */
 void Execution::changeFiles(const WidgetPlan& plan)
 {
     const std::string directory = imageDirectory(plan.identifier);
@@ -271,7 +273,7 @@ void Execution::changeFiles(const WidgetPlan& plan)
         const InstanceLock lock;
         for (const std::string& name : plan.staleLinks) {
             const std::string link = fs::path(directory) / name;
-            // A file that stands there by now is the owner's.
+            // If a file has taken the place of the link since the survey, it belongs to the widget's owner: it stays.
             if (fs::is_symlink(fs::symlink_status(link, error)) && unlink(link.c_str()) != 0) {
                 m_failures[plan.identifier].advice = systemFailure(errno, link).text();
             }
@@ -279,7 +281,7 @@ void Execution::changeFiles(const WidgetPlan& plan)
     }
 }
 
-void Execution::runTool(const Identifiers& identifiers, const Run& run)
+void Execution::runTool(const Identifiers& identifiers, const ToolRun& run)
 {
     const std::vector<Identifiers> batches = batchesOf(identifiers);
     std::size_t done = 0;
@@ -288,7 +290,8 @@ void Execution::runTool(const Identifiers& identifiers, const Run& run)
             const InstanceLock lock;
             for (const auto& [identifier, code] : run(batch)) {
                 if (!code.empty()) {
-                    m_failures.insert({identifier, {code, causeOf(code, imageDirectory(identifier)), mayPass(code)}});
+                    m_failures.insert(
+                        {identifier, {code, explanationOf(code, imageDirectory(identifier)), mayPass(code)}});
                 }
             }
         } catch (const Failure& failure) {
@@ -304,12 +307,12 @@ void Execution::runTool(const Identifiers& identifiers, const Run& run)
     }
 }
 
-void Execution::makeUnplugged(const Identifiers& identifiers)
+void Execution::makeWidgetsUnavailable(const Identifiers& identifiers)
 {
     runTool(identifiers, makeUnavailable);
 }
 
-void Execution::makePlugged(const std::string& stick, const Identifiers& identifiers)
+void Execution::makeWidgetsAvailable(const std::string& stick, const Identifiers& identifiers)
 {
     runTool(identifiers, [&](const Identifiers& batch) { return makeAvailable(stick, batch); });
     // The tool undid only its own changes: a widget that was available before is still marked so.
@@ -320,10 +323,10 @@ void Execution::makePlugged(const std::string& stick, const Identifiers& identif
             failed.push_back(widget.identifier);
         }
     }
-    makeUnplugged(failed);
+    makeWidgetsUnavailable(failed);
 }
 
-Identifiers Execution::unfailed(const Identifiers& identifiers) const
+Identifiers Execution::withoutFailed(const Identifiers& identifiers) const
 {
     Identifiers rest;
     std::copy_if(identifiers.begin(), identifiers.end(), std::back_inserter(rest),
@@ -331,8 +334,8 @@ Identifiers Execution::unfailed(const Identifiers& identifiers) const
     return rest;
 }
 
-/** So that it is tried again. */
-void Execution::forgetWhatMayPass()
+/** Forgets failures that may pass by themselves, so that the steps are tried again. */
+void Execution::forgetPassingFailures()
 {
     for (auto failure = m_failures.begin(); failure != m_failures.end();) {
         if (failure->second.mayPass) {
@@ -344,8 +347,8 @@ void Execution::forgetWhatMayPass()
     }
 }
 
-/** Whether to look again a moment later. */
-bool Execution::hasReasonToWait()
+/** Whether to survey again after a pause. Forgets all that was done and that failed if mounts have changed. */
+bool Execution::shouldWait()
 {
     // A loose contact may unmount and mount the stick again unseen. If systemd does see the stick gone, it ends this
     // process.
@@ -360,23 +363,23 @@ bool Execution::hasReasonToWait()
                                     [](const auto& failure) { return failure.second.mayPass; });
 }
 
-/** Whether a widget is not as it should be though all was done for it: another instance has changed it since. */
-bool Execution::isSurprised()
+/** Whether another instance has changed a widget: it is not as it should be, though all its steps were done. */
+bool Execution::wasInterferedWith()
 {
-    bool isSurprised = false;
+    bool isInterferedWith = false;
     for (std::size_t number = 0; number < m_plans.size(); ++number) {
         const WidgetPlan& plan = m_plans[number];
         if (plan.faults.empty() || isToBeDone(plan) || m_failures.count(plan.identifier) != 0) {
             continue;
         }
-        isSurprised = true;
-        // What another wants otherwise is left to it, but links are made whole.
+        isInterferedWith = true;
+        // If the other instance chose another stick, its choice stands. If only links are wrong, they are made again.
         const WidgetFacts& widget = m_situation.widgets[number];
         if (widget.available && widget.rowStick == plan.stick) {
             m_done.erase(plan.identifier);
         }
     }
-    return isSurprised && ++m_surprises <= MAX_SURPRISES;
+    return isInterferedWith && ++m_interferences <= MAX_INTERFERENCES;
 }
 
 /** False if the command has waited long enough. */
@@ -400,9 +403,9 @@ ReportLine Execution::reportLine(const WidgetFacts& widget, const WidgetPlan& pl
     ReportLine line = lineFor(widget, plan);
     const auto failure = m_failures.find(widget.identifier);
     if (plan.faults.empty()) {
-        line.advice = adviceOnFolder(widget, m_scope);
-        if (line.advice.empty() && m_promised.count(widget.identifier) != 0 && plan.stick != m_scope.argument) {
-            line.advice = m_scope.argument + " holds it no more; plug the stick in again";
+        line.advice = adviceOnMissingImage(widget, m_scope);
+        if (line.advice.empty() && m_foundOnStick.count(widget.identifier) != 0 && plan.stick != m_scope.argument) {
+            line.advice = m_scope.argument + " no longer holds it; plug the stick in again";
         }
         return line;
     }
@@ -440,33 +443,26 @@ Report Execution::report() const
         }
     }
     report.troubles.insert(report.troubles.end(), runFailures.begin(), runFailures.end());
-    report.status = runFailures.empty() ? statusOf(report) : COULD_NOT_WORK;
+    report.status = runFailures.empty() ? statusOf(report) : COMMAND_FAILED;
     return report;
 }
 
 }  // namespace
 
-bool isDiskFull(const std::string& directory)
-{
-    struct statvfs disk = {};
-    return statvfs(directory.c_str(), &disk) == 0 &&
-           ((disk.f_blocks != 0 && disk.f_bfree == 0) || (disk.f_files != 0 && disk.f_ffree == 0));
-}
-
-Report bringAbout(const Scope& scope)
+Report execute(const Scope& scope)
 {
     return Execution(scope).run();
 }
 
-Report foretell(const Scope& scope)
+Report dryRun(const Scope& scope)
 {
     const Situation situation = survey(scope, {}, RegistryAccess::READ, Sticks::LOOK_AT);
-    requireKnown(situation, scope);
+    requireKnownStick(situation, scope);
     Report report{{}, situation.troubles};
     for (const WidgetFacts& widget : situation.widgets) {
         const WidgetPlan plan = planFor(widget, scope, situation.roots);
         ReportLine line = lineFor(widget, plan);
-        line.advice = adviceOnFolder(widget, scope);
+        line.advice = adviceOnMissingImage(widget, scope);
         if (!plan.steps.empty() || !line.advice.empty()) {
             report.lines.push_back(line);
         }
@@ -474,42 +470,6 @@ Report foretell(const Scope& scope)
     report.status = statusOf(report);
     report.isDryRun = true;
     return report;
-}
-
-std::string stickToUnplug(const std::string& mountPoint)
-{
-    std::error_code error;
-    fs::path path = fs::absolute(mountPoint, error).lexically_normal();
-    if (error || path.empty()) {
-        throw badCommandLine("no mount point: '" + mountPoint + "'", "name a directory");
-    }
-    const auto withoutSlash = [](const fs::path& some) {
-        return some.has_filename() ? some : some.parent_path();
-    };
-    path = withoutSlash(path);
-    // A link may outlive the mount point that it leads to.
-    for (int links = 0; links < MAX_LINKS && fs::is_symlink(fs::symlink_status(path, error)); ++links) {
-        path = path.parent_path() / fs::read_symlink(path, error);
-    }
-    const fs::path resolved = fs::weakly_canonical(path, error);
-    return withoutSlash(error ? path : resolved);
-}
-
-std::string stickToPlug(const std::string& mountPoint)
-{
-    std::error_code error;
-    const fs::path stick = fs::canonical(mountPoint, error);
-    if (error == std::errc::no_such_file_or_directory || (!error && !fs::is_directory(stick, error))) {
-        throw badCommandLine("no directory: '" + mountPoint + "'", "name the one where the stick is mounted");
-    }
-    if (error) {
-        throw systemFailure(error.value(), mountPoint, SOME_WIDGET_WRONG);
-    }
-    if (!isText(stick)) {
-        throw badCommandLine(stick.string() + " is not UTF-8, so the database cannot hold it",
-                             "mount the stick elsewhere");
-    }
-    return stick;
 }
 
 }  // namespace ZelmarWidgets

@@ -10,37 +10,32 @@
 
 namespace ZelmarWidgets {
 
-enum class Result { AVAILABLE, UNAVAILABLE, CLEARED, FAILED };  // CLEARED: of links that are none of the widget's
+/** CLEARED: links to sticks were removed from a widget that is not on USB. */
+enum class Result { AVAILABLE, UNAVAILABLE, CLEARED, FAILED };
 
-/** How a widget stands after the command. */
+/** The state of a widget after the command. */
 struct ReportLine {
     std::string identifier;
     std::string application;
     Result result;
-    std::string stick{};   // that the widget is available from
+    std::string stick{};   // from which the widget is available
     std::string code{};    // the tool's, after a failure
     std::string advice{};  // what is wrong and what to do; empty: the widget is as it should be
 };
 
 struct Report {
     std::vector<ReportLine> lines;      // by identifier
-    std::vector<std::string> troubles;  // not of one widget alone: messages for people
+    std::vector<std::string> troubles;  // messages for people that concern more than one widget
     ExitStatus status = ALL_WELL;
-    bool isDryRun = false;  // the lines tell what would be
+    bool isDryRun = false;  // the lines show what would result
 };
 
-/** Whether the file system that the directory is on has no room; false where that is not known. */
-bool isDiskFull(const std::string& directory);
-
-/** Brings about what the planner says of the command's scope. Throws Failure and ZelmarDB::RegistryError. */
-Report bringAbout(const Scope& scope);
-
-/** Only tells what bringAbout would do. */
-Report foretell(const Scope& scope);
-
-/** The arguments of PLUG and UNPLUG as the tool records them; the latter may lead to nothing any more. Throw Failure.
+/**
+ * Surveys, plans and carries out the plans, until there is nothing to do. Throws Failure and ZelmarDB::RegistryError.
  */
-std::string stickToPlug(const std::string& mountPoint);
-std::string stickToUnplug(const std::string& mountPoint);
+Report execute(const Scope& scope);
+
+/** Changes nothing, and reports what execute would do. Throws the same. */
+Report dryRun(const Scope& scope);
 
 }  // namespace ZelmarWidgets

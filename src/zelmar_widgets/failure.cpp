@@ -76,7 +76,7 @@ Failure systemFailure(int error, const std::string& what, ExitStatus status)
 Failure registryFailure(const ZelmarDB::RegistryError& error)
 {
     const bool isTaken = error.fault() == ZelmarDB::RegistryFault::TAKEN;
-    return {isTaken ? BAD_COMMAND_LINE : COULD_NOT_WORK, Failure::Kind::DATABASE, error.what(),
+    return {isTaken ? BAD_COMMAND_LINE : COMMAND_FAILED, Failure::Kind::DATABASE, error.what(),
             adviceFor(error.fault())};
 }
 
@@ -90,7 +90,7 @@ Failure unknownWidget(const std::string& identifier)
     return badCommandLine("the database knows no widget '" + identifier + "'", "'zelmar-widgets status' lists them");
 }
 
-std::string causeOf(const std::string& code, const std::string& imageDirectory)
+std::string explanationOf(const std::string& code, const std::string& imageDirectory)
 {
     if (code == ZelmarFrontend::ERROR_INSTALL_DIR_NOT_FOUND) {
         return "its image directory " + imageDirectory + " is missing; run 'zelmar-widgets heal'";
@@ -101,12 +101,13 @@ std::string causeOf(const std::string& code, const std::string& imageDirectory)
                "then call again";
     }
     if (code == ZelmarFrontend::ERROR_UNKNOWN) {
-        return "the database took no change: another process has held it too long, or the disk is full; call again";
+        return "the database could not be changed: another process has held it too long, or the disk is full; call "
+               "again";
     }
     if (code == ZelmarFrontend::ERROR_WIDGET_IS_NOT_INSTALLED) {
         return "it has been removed from the database meanwhile; add it again";
     }
-    return "the database could not be asked; see 'journalctl -t ZELMAR_INSTALLER', then call again";
+    return "the database query failed; see 'journalctl -t ZELMAR_INSTALLER', then call again";
 }
 
 }  // namespace ZelmarWidgets

@@ -8,9 +8,9 @@
 
 namespace ZelmarWidgets {
 
-enum ExitStatus { ALL_WELL = 0, SOME_WIDGET_WRONG = 1, BAD_COMMAND_LINE = 2, COULD_NOT_WORK = 3 };
+enum ExitStatus { ALL_WELL = 0, SOME_WIDGET_WRONG = 1, BAD_COMMAND_LINE = 2, COMMAND_FAILED = 3 };
 
-/** Ends the program with `status`. Says what failed on what, and what to do. */
+/** Ends the command with `status`. The message says what failed on what, the advice what to do. */
 class Failure : public std::runtime_error {
 public:
     enum class Kind { COMMAND_LINE, SYSTEM, DATABASE, TOOL, WIDGET };
@@ -34,7 +34,7 @@ private:
 };
 
 /** "permission denied on <what>", from the system's error number. */
-Failure systemFailure(int error, const std::string& what, ExitStatus status = COULD_NOT_WORK);
+Failure systemFailure(int error, const std::string& what, ExitStatus status = COMMAND_FAILED);
 
 Failure registryFailure(const ZelmarDB::RegistryError& error);
 
@@ -42,7 +42,7 @@ Failure badCommandLine(const std::string& message, const std::string& advice);
 
 Failure unknownWidget(const std::string& identifier);
 
-/** In plain words, what the tool's error code says of the widget, and what to do. */
-std::string causeOf(const std::string& code, const std::string& imageDirectory);
+/** What the tool's error code means for the widget, and what to do, for people. */
+std::string explanationOf(const std::string& code, const std::string& imageDirectory);
 
 }  // namespace ZelmarWidgets

@@ -19,10 +19,11 @@ namespace ZelmarWidgets {
 
 namespace {
 
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
+using Identifiers = std::vector<std::string>;
 
-// Limits of one run: widgets, so that little is rolled back if it fails and nobody waits long for the lock; bytes,
-// which every system accepts as arguments.
+// Limits of one run: the widgets, so that little is rolled back if it fails and other instances do not wait long for
+// the lock; the bytes, so that every system accepts the arguments.
 constexpr std::size_t WIDGETS_A_RUN = 1000;
 constexpr std::size_t BYTES_A_RUN = 100'000;
 
@@ -30,7 +31,7 @@ constexpr int CANNOT_EXECUTE = 127;
 
 Failure toolFailure(const std::string& message, const std::string& advice)
 {
-    return {COULD_NOT_WORK, Failure::Kind::TOOL, message, advice};
+    return {COMMAND_FAILED, Failure::Kind::TOOL, message, advice};
 }
 
 /** Holds what a program prints in memory; unlike a pipe, it never fills up and blocks the program. */
@@ -71,7 +72,7 @@ private:
     int m_file;
 };
 
-/** The tool's option takes any path between double quotes, where these and ampersands follow an ampersand. */
+/** As the option --path takes it: between double quotes, with an ampersand before each double quote and ampersand. */
 std::string quoted(const std::string& path)
 {
     std::string value = "\"";
@@ -85,14 +86,14 @@ std::string quoted(const std::string& path)
 }
 
 /** Runs the tool and returns its result line. */
-std::string run(const Words& words)
+std::string run(const Arguments& arguments)
 {
     const std::string tool = toolPath();
-    std::vector<char*> arguments{const_cast<char*>(tool.c_str())};
-    for (const std::string& word : words) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
+    std::vector<char*> argv{const_cast<char*>(tool.c_str())};
+    for (const std::string& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
     }
-    arguments.push_back(nullptr);
+    argv.push_back(nullptr);
 
     const Output result("result");
     const Output errors("errors");
@@ -102,14 +103,15 @@ std::string run(const Words& words)
         throw systemFailure(errno, tool);
     }
     if (process == 0) {
-        // Ends with its caller, even one that ended just now: the lock against other instances is gone then.
+        // The kernel kills the tool when its caller ends, since the caller's instance lock is released then. The caller
+        // may also have ended before this took effect.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != caller) {
             _exit(CANNOT_EXECUTE);
         }
         dup2(result.file(), STDOUT_FILENO);
         dup2(errors.file(), STDERR_FILENO);
-        execv(tool.c_str(), arguments.data());
+        execv(tool.c_str(), argv.data());
         std::cerr << std::strerror(errno);
         _exit(CANNOT_EXECUTE);
     }
@@ -129,14 +131,14 @@ std::string run(const Words& words)
     return result.text();
 }
 
-/** Reads the result line along the identifiers that were asked for, since these may hold its commas and colons. */
-std::vector<ToolResult> readResultLine(const std::string& line, const Words& identifiers)
+/** Expects the identifiers one after the other: they may contain the commas and colons that separate the entries. */
+std::vector<ToolResult> readResultLine(const std::string& line, const Identifiers& identifiers)
 {
     std::size_t at = 0;
     const auto skip = [&](const std::string& text) {
-        const bool there = line.compare(at, text.size(), text) == 0;
-        at += there ? text.size() : 0;
-        return there;
+        const bool isNext = line.compare(at, text.size(), text) == 0;
+        at += isNext ? text.size() : 0;
+        return isNext;
     };
     std::vector<ToolResult> results;
     for (const std::string& identifier : identifiers) {
@@ -149,18 +151,18 @@ std::vector<ToolResult> readResultLine(const std::string& line, const Words& ide
         }
     }
     if (at != line.size() || results.size() != identifiers.size()) {
-        throw toolFailure("the result line of zelmar-frontend is not understood: " + line,
+        throw toolFailure("cannot understand the result line of zelmar-frontend: " + line,
                           "install both programs from one release");
     }
     return results;
 }
 
-/** Runs the tool with `words` and then the identifiers. */
-std::vector<ToolResult> runFor(Words words, const Words& identifiers)
+/** Runs the tool with `arguments`, followed by the identifiers. */
+std::vector<ToolResult> runFor(Arguments arguments, const Identifiers& identifiers)
 {
-    words.emplace_back("--");
-    words.insert(words.end(), identifiers.begin(), identifiers.end());
-    return readResultLine(run(words), identifiers);
+    arguments.emplace_back("--");
+    arguments.insert(arguments.end(), identifiers.begin(), identifiers.end());
+    return readResultLine(run(arguments), identifiers);
 }
 
 }  // namespace
@@ -170,9 +172,9 @@ std::string toolPath()
     return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "zelmar-frontend";
 }
 
-std::vector<Words> batchesOf(const Words& identifiers)
+std::vector<Identifiers> batchesOf(const Identifiers& identifiers)
 {
-    std::vector<Words> batches;
+    std::vector<Identifiers> batches;
     std::size_t bytes = 0;
     for (const std::string& identifier : identifiers) {
         const std::size_t size = identifier.size() + 1 + sizeof(char*);
@@ -186,12 +188,12 @@ std::vector<Words> batchesOf(const Words& identifiers)
     return batches;
 }
 
-std::vector<ToolResult> makeAvailable(const std::string& stick, const Words& identifiers)
+std::vector<ToolResult> makeAvailable(const std::string& stick, const Identifiers& identifiers)
 {
     return runFor({"--make-available", "--path", quoted(stick)}, identifiers);
 }
 
-std::vector<ToolResult> makeUnavailable(const Words& identifiers)
+std::vector<ToolResult> makeUnavailable(const Identifiers& identifiers)
 {
     return runFor({"--make-unavailable"}, identifiers);
 }

@@ -7,7 +7,7 @@
 
 namespace ZelmarWidgets {
 
-/** How a widget fared in a run of the tool. */
+/** The result of a widget in a run of the tool. */
 struct ToolResult {
     std::string identifier;
     std::string code;  // the tool's error code; empty: success
@@ -16,12 +16,12 @@ struct ToolResult {
 /** The zelmar-frontend that lies beside this program. */
 std::string toolPath();
 
-/** The identifiers in pieces that one run of the tool can take, in their order. */
+/** The identifiers in their order, split into as many as one run of the tool can take. */
 std::vector<std::vector<std::string>> batchesOf(const std::vector<std::string>& identifiers);
 
 /**
- * Run the tool once; a result for each widget, in order. The caller holds the
- * InstanceLock. Throw Failure if the run failed as a whole.
+ * Run the tool once. Return the result of each widget, in order. The caller holds the InstanceLock. Throw Failure if
+ * the run fails as a whole.
  */
 std::vector<ToolResult> makeAvailable(const std::string& stick, const std::vector<std::string>& identifiers);
 std::vector<ToolResult> makeUnavailable(const std::vector<std::string>& identifiers);

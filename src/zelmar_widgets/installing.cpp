@@ -21,7 +21,7 @@ namespace ZelmarWidgets {
 
 namespace {
 
-// So that P_img is a file's name.
+// P_img must not be longer than a file name can be.
 constexpr std::size_t LONGEST_IDENTIFIER = NAME_MAX - 4;
 
 void requireText(const std::string& what, const std::string& text)
@@ -40,7 +40,7 @@ bool isRegistered(const std::string& identifier)
     return std::any_of(rows.begin(), rows.end(), [&](const auto& row) { return row.identifier == identifier; });
 }
 
-/** Says what stands in the way of a removal of the directory. */
+/** The failure to remove the image directory, with the reason. */
 Failure directoryLeft(const std::string& identifier, const std::string& directory, int error)
 {
     const std::string message = identifier + " is removed, but ";
@@ -91,13 +91,13 @@ void remove(const std::string& identifier)
     std::optional<InstanceLock> lock;
     do {
         lock.reset();
-        for (const ReportLine& line : bringAbout(scope).lines) {
+        for (const ReportLine& line : execute(scope).lines) {
             if (line.result == Result::FAILED) {
                 throw Failure(SOME_WIDGET_WRONG, Failure::Kind::WIDGET, identifier + " is not removed", line.advice);
             }
         }
         lock.emplace();
-    } while (!foretell(scope).lines.empty());  // another instance has made it available meanwhile
+    } while (!dryRun(scope).lines.empty());  // another instance has made it available meanwhile
     ZelmarDB::unregisterWidget(identifier);
     const std::string directory = imageDirectory(identifier);
     if (rmdir(directory.c_str()) != 0 && errno != ENOENT) {

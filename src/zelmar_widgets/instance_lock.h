@@ -5,9 +5,8 @@
 namespace ZelmarWidgets {
 
 /**
- * Held by the one instance that changes something, for one run of the tool at most. The tool knows nothing of it.
- * Whoever waits gets it in turn: an instance that has to wait holds the queue meanwhile, so that the one that has the
- * lock cannot take it again ahead of it.
+ * Held by the instance that changes something, for one run of the tool at most. The tool does not use it. A waiting
+ * instance holds the queue file, so that the instance that has the lock cannot take it again before the waiting one.
  */
 class InstanceLock {
 public:

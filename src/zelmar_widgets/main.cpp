@@ -15,6 +15,7 @@
 #include "executor.h"
 #include "failure.h"
 #include "installing.h"
+#include "mounted_sticks.h"
 #include "report.h"
 #include "watching.h"
 #include "widget_survey.h"
@@ -23,7 +24,7 @@ using namespace ZelmarWidgets;
 
 namespace {
 
-/** The command line, as its options are read. */
+/** What the command line asks for. */
 struct Request {
     std::vector<std::string> identifiers;
     std::string identifier;
@@ -35,22 +36,23 @@ struct Request {
     bool replace = false;
 };
 
-/** In the order asked for. Throws Failure if one is missing. */
-std::vector<WidgetStatus> pick(const std::vector<WidgetStatus>& widgets, const std::vector<std::string>& identifiers)
+/** The widgets of these identifiers, in the order of the identifiers. Throws Failure if one is missing. */
+std::vector<WidgetStatus> widgetsNamed(const std::vector<WidgetStatus>& widgets,
+                                       const std::vector<std::string>& identifiers)
 {
-    std::vector<WidgetStatus> picked;
+    std::vector<WidgetStatus> named;
     for (const std::string& identifier : identifiers) {
         const auto widget = std::find_if(widgets.begin(), widgets.end(),
-                                         [&](const WidgetStatus& some) { return some.facts.identifier == identifier; });
+                                         [&](const WidgetStatus& any) { return any.facts.identifier == identifier; });
         if (widget == widgets.end()) {
             throw unknownWidget(identifier);
         }
-        picked.push_back(*widget);
+        named.push_back(*widget);
     }
-    return picked;
+    return named;
 }
 
-void tellTroubles(const std::vector<std::string>& troubles)
+void printTroubles(const std::vector<std::string>& troubles)
 {
     for (const std::string& trouble : troubles) {
         std::cerr << "zelmar-widgets: " << printable(trouble) << '\n';
@@ -69,35 +71,35 @@ ExitStatus showStatus(const Request& request)
         }
     }
     if (!request.identifiers.empty()) {
-        widgets = pick(widgets, request.identifiers);
+        widgets = widgetsNamed(widgets, request.identifiers);
     }
     if (request.json) {
         printJson(widgets, situation.troubles);
     } else {
         printTable(widgets);
     }
-    tellTroubles(situation.troubles);
-    const bool isWell = std::all_of(widgets.begin(), widgets.end(),
-                                    [](const WidgetStatus& widget) { return widget.plan.faults.empty(); });
-    return isWell && situation.troubles.empty() ? ALL_WELL : SOME_WIDGET_WRONG;
+    printTroubles(situation.troubles);
+    const bool isAllWell = std::all_of(widgets.begin(), widgets.end(),
+                                       [](const WidgetStatus& widget) { return widget.plan.faults.empty(); });
+    return isAllWell && situation.troubles.empty() ? ALL_WELL : SOME_WIDGET_WRONG;
 }
 
-ExitStatus bringAbout(const Scope& scope, const Request& request)
+ExitStatus change(const Scope& scope, const Request& request)
 {
-    const Report report = request.dryRun ? foretell(scope) : bringAbout(scope);
+    const Report report = request.dryRun ? dryRun(scope) : execute(scope);
     if (request.json) {
         printJson(report);
     } else {
         printLines(report);
     }
-    tellTroubles(report.troubles);
+    printTroubles(report.troubles);
     return report.status;
 }
 
 ExitStatus showChecks(bool json)
 {
     std::vector<Check> checks;
-    check([&](const Check& check) {
+    runChecks([&](const Check& check) {
         if (!json) {
             printLine(check);
         }
@@ -106,9 +108,9 @@ ExitStatus showChecks(bool json)
     if (json) {
         printJson(checks);
     }
-    const bool isWell =
-        std::all_of(checks.begin(), checks.end(), [](const Check& some) { return some.advice.empty(); });
-    return isWell ? ALL_WELL : SOME_WIDGET_WRONG;
+    const bool isAllWell =
+        std::all_of(checks.begin(), checks.end(), [](const Check& check) { return check.advice.empty(); });
+    return isAllWell ? ALL_WELL : SOME_WIDGET_WRONG;
 }
 
 void createDatabase(bool replace)
@@ -122,35 +124,97 @@ void createDatabase(bool replace)
 }
 
 /**
- * The words of the command line, last one first, as CLI11 takes them. CLI11 splits an identifier such as "[a,b]" into a
- * list unless something follows the bracket, so `status` gets a null character there; `unshielded` removes it.
+ * The arguments of the command line, the last one first, as CLI11 takes them. CLI11 splits an identifier of `status`
+ * such as "[a,b]" into a list, unless something follows the bracket: a null character does, until `withoutGuard`
+ * removes it.
  */
-std::vector<std::string> reversedWords(int argc, const char* const* argv)
+std::vector<std::string> reversedArguments(int argc, const char* const* argv)
 {
-    std::vector<std::string> words(argv + 1, argv + argc);
-    if (!words.empty() && words.front() == "status") {
-        for (std::string& word : words) {
-            if (word.rfind('[', 0) == 0) {
-                word += '\0';
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (!arguments.empty() && arguments.front() == "status") {
+        for (std::string& argument : arguments) {
+            if (argument.rfind('[', 0) == 0) {
+                argument += '\0';
             }
         }
     }
-    std::reverse(words.begin(), words.end());
-    return words;
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
 }
 
-std::string unshielded(const std::string& word)
+std::string withoutGuard(const std::string& argument)
 {
-    return word.substr(0, word.find('\0'));
+    return argument.substr(0, argument.find('\0'));
 }
 
 /** Adds the options that plug, unplug and heal share. */
 CLI::App* addChange(CLI::App& app, const std::string& name, const std::string& description, Request& request)
 {
     CLI::App* const command = app.add_subcommand(name, description);
-    command->add_flag("--dry-run", request.dryRun, "Only tell what would be done");
+    command->add_flag("--dry-run", request.dryRun, "Change nothing; print what would be done");
     command->add_flag("--json", request.json, "Print JSON");
     return command;
+}
+
+/** The commands that only show something. Each runs when it has been parsed, and leaves its status in `status`. */
+void addQueries(CLI::App& app, Request& request, ExitStatus& status)
+{
+    CLI::App* const showing = app.add_subcommand("status", "Show what is available, from where, and what is wrong");
+    showing->add_flag("--json", request.json, "Print JSON");
+    showing->add_option("IDENTIFIER", request.identifiers, "Only these widgets")->transform(withoutGuard);
+    showing->callback([&] { status = showStatus(request); });
+
+    CLI::App* const watching = app.add_subcommand("watch", "Print the state of each widget, then each change of it");
+    watching->add_flag("--json", request.json, "Print JSON, one object a line");
+    watching->callback([&] { watch(request.json); });
+
+    CLI::App* const checking = app.add_subcommand("check", "Check what the programs need, and say what to do");
+    checking->add_flag("--json", request.json, "Print JSON");
+    checking->callback([&] { status = showChecks(request.json); });
+}
+
+/** The commands that apply the planner's rule. */
+void addChanges(CLI::App& app, Request& request, ExitStatus& status)
+{
+    CLI::App* const plugging = addChange(app, "plug", "Make the widgets on a mounted stick available", request);
+    plugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is mounted")->required();
+    plugging->callback([&] { status = change({Scope::Command::PLUG, stickToPlug(request.mountPoint)}, request); });
+
+    CLI::App* const unplugging = addChange(
+        app, "unplug", "Make the widgets on a stick unavailable, whether it is still mounted or not", request);
+    unplugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is or was mounted")->required();
+    unplugging->callback([&] {
+        status = change({Scope::Command::UNPLUG, stickToUnplug(request.mountPoint)}, request);
+    });
+
+    CLI::App* const healing = addChange(app, "heal", "Repair the faults that 'status' shows", request);
+    healing->callback([&] { status = change({Scope::Command::HEAL, ""}, request); });
+}
+
+/** The commands that maintain the database. */
+void addInstalling(CLI::App& app, Request& request)
+{
+    CLI::App* const adding = app.add_subcommand("add", "Add a widget: its row in the database and its image directory");
+    adding->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
+    adding->add_option("--app", request.application, "Its application identifier")
+        ->required()
+        ->type_name("APPLICATION");
+    adding->add_flag("--on-device", request.onDevice, "Its content is on the television itself, not on USB");
+    adding->callback([&] {
+        add(request.identifier, request.application, !request.onDevice);
+        std::cout << "added " << printable(request.identifier) << '\n';
+    });
+
+    CLI::App* const removing = app.add_subcommand("remove", "Make a widget unavailable and remove what 'add' made");
+    removing->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
+    removing->callback([&] {
+        ZelmarWidgets::remove(request.identifier);
+        std::cout << "removed " << printable(request.identifier) << '\n';
+    });
+
+    CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
+    creating->add_flag("--replace", request.replace, "Set an existing database aside, and create an empty one");
+    creating->callback([&] { createDatabase(request.replace); });
 }
 
 /** Parses the command line and runs its command. Throws what the command throws, and CLI::ParseError. */
@@ -163,75 +227,20 @@ ExitStatus run(CLI::App& app, Request& request, int argc, const char* const* arg
     app.footer(
         "Exit status: 0 all is as it should be, 1 some widget is not, 2 the command line is wrong,\n"
         "3 the command failed. See also 'man zelmar-widgets'.");
+    ExitStatus status = ALL_WELL;
+    addQueries(app, request, status);
+    addChanges(app, request, status);
+    addInstalling(app, request);
 
-    CLI::App* const status = app.add_subcommand("status", "Show what is available, from where, and what is wrong");
-    status->add_flag("--json", request.json, "Print JSON");
-    status->add_option("IDENTIFIER", request.identifiers, "Only these widgets")->transform(unshielded);
-
-    CLI::App* const plugging = addChange(app, "plug", "Make the widgets on a mounted stick available", request);
-    plugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is mounted")->required();
-
-    CLI::App* const unplugging = addChange(
-        app, "unplug", "Make the widgets from a stick unavailable, whether it is still mounted or not", request);
-    unplugging->add_option("MOUNT_POINT", request.mountPoint, "Where the stick is or was mounted")->required();
-
-    CLI::App* const healing = addChange(app, "heal", "Bring into order what 'status' finds wrong", request);
-
-    CLI::App* const adding = app.add_subcommand("add", "Add a widget: its row in the database and its image directory");
-    adding->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
-    adding->add_option("--app", request.application, "Its application identifier")
-        ->required()
-        ->type_name("APPLICATION");
-    adding->add_flag("--on-device", request.onDevice, "Its content is on the television itself, not on USB");
-
-    CLI::App* const removing = app.add_subcommand("remove", "Make a widget unavailable and remove what 'add' made");
-    removing->add_option("IDENTIFIER", request.identifier, "Its package identifier")->required();
-
-    CLI::App* const creating = app.add_subcommand("init", "Create the widget database, if there is none");
-    creating->add_flag("--replace", request.replace, "Set the database that is there aside");
-
-    CLI::App* const watching = app.add_subcommand("watch", "Tell each widget's state, then each change of it");
-    watching->add_flag("--json", request.json, "Print JSON, one object a line");
-
-    CLI::App* const checking = app.add_subcommand("check", "Look at what the programs need, and tell what to do");
-    checking->add_flag("--json", request.json, "Print JSON");
-
-    app.parse(reversedWords(argc, argv));
-    if (status->parsed()) {
-        return showStatus(request);
-    }
-    if (plugging->parsed()) {
-        return bringAbout({Scope::Command::PLUG, stickToPlug(request.mountPoint)}, request);
-    }
-    if (unplugging->parsed()) {
-        return bringAbout({Scope::Command::UNPLUG, stickToUnplug(request.mountPoint)}, request);
-    }
-    if (healing->parsed()) {
-        return bringAbout({Scope::Command::HEAL, ""}, request);
-    }
-    if (checking->parsed()) {
-        return showChecks(request.json);
-    }
-    if (watching->parsed()) {
-        watch(request.json);
-        return ALL_WELL;
-    }
-    if (adding->parsed()) {
-        add(request.identifier, request.application, !request.onDevice);
-        std::cout << "added " << printable(request.identifier) << '\n';
-    } else if (removing->parsed()) {
-        ZelmarWidgets::remove(request.identifier);
-        std::cout << "removed " << printable(request.identifier) << '\n';
-    } else if (creating->parsed()) {
-        createDatabase(request.replace);
-    } else {
+    app.parse(reversedArguments(argc, argv));
+    if (app.get_subcommands().empty()) {
         throw badCommandLine("no command", "see 'zelmar-widgets --help'");
     }
-    return ALL_WELL;
+    return status;
 }
 
-/** Tells of the failure, as an object too if JSON was asked for. */
-ExitStatus fail(const Failure& failure, bool json)
+/** Prints the failure; if JSON was asked for, as an object, too. */
+ExitStatus reportFailure(const Failure& failure, bool json)
 {
     if (json) {
         printJson(failure);
@@ -245,10 +254,10 @@ ExitStatus fail(const Failure& failure, bool json)
 
 int main(int argc, char** argv)
 {
-    // A reader that went away, and a file that may not grow, must show up as a failed write.
+    // When the reader has closed the pipe, or a file may not grow, the write must fail, not end the program.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
-    // Everybody may read what root makes here, and nobody else may write to it.
+    // Everybody may read the files that this program makes; only their owner may write to them.
     umask(S_IWGRP | S_IWOTH);
     ZelmarFrontend::fillStandardDescriptors();
     std::ios::sync_with_stdio(false);
@@ -261,18 +270,18 @@ int main(int argc, char** argv)
             status = run(app, request, argc, argv);
         } catch (const CLI::ParseError& e) {
             if (e.get_exit_code() != 0) {
-                return fail(badCommandLine(e.what(), "see 'zelmar-widgets --help'"), request.json);
+                return reportFailure(badCommandLine(e.what(), "see 'zelmar-widgets --help'"), request.json);
             }
             app.exit(e);  // prints the help or the version
         }
         finishOutput();
         return status;
     } catch (const Failure& e) {
-        return fail(e, request.json);
+        return reportFailure(e, request.json);
     } catch (const ZelmarDB::RegistryError& e) {
-        return fail(registryFailure(e), request.json);
+        return reportFailure(registryFailure(e), request.json);
     } catch (const std::exception& e) {
-        return fail({COULD_NOT_WORK, Failure::Kind::SYSTEM, e.what(), "remove the cause, then call again"},
-                    request.json);
+        return reportFailure({COMMAND_FAILED, Failure::Kind::SYSTEM, e.what(), "remove the cause, then call again"},
+                             request.json);
     }
 }

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "failure.h"
 #include "widget_paths.h"
 
 namespace fs = std::filesystem;
@@ -18,6 +19,9 @@ namespace fs = std::filesystem;
 namespace ZelmarWidgets {
 
 namespace {
+
+// The kernel follows no more links either.
+constexpr int MAX_LINKS = 40;
 
 constexpr char MOUNTS[] = "/proc/self/mountinfo";
 
@@ -36,11 +40,11 @@ std::string unescaped(const std::string& field)
     return path;
 }
 
-/** Anonymous devices, as those of tmpfs and FUSE, have the major number 0 and no entry. */
+/** Whether the disk was pulled. File systems without a disk, such as tmpfs and FUSE, have the major number 0. */
 bool isGone(const Mount& mount)
 {
-    return mount.device.rfind("0:", 0) != 0 && access("/sys/dev/block", F_OK) == 0 &&
-           access(("/sys/dev/block/" + mount.device).c_str(), F_OK) != 0;
+    return mount.disk.rfind("0:", 0) != 0 && access("/sys/dev/block", F_OK) == 0 &&
+           access(("/sys/dev/block/" + mount.disk).c_str(), F_OK) != 0;
 }
 
 }  // namespace
@@ -55,7 +59,7 @@ std::vector<Mount> mountsIn(const std::string& mountinfo)
         Mount mount;
         for (int number = 1; std::getline(fields, field, ' ') && field != "-"; ++number) {
             if (number == 3) {
-                mount.device = field;
+                mount.disk = field;
             } else if (number == 5) {
                 mount.point = unescaped(field);
             }
@@ -82,7 +86,7 @@ std::vector<Mount> MountedSticks::all() const
 {
     std::vector<Mount> sticks;
     for (auto mount = m_mounts.rbegin(); mount != m_mounts.rend(); ++mount) {
-        // The last one at a point covers the others.
+        // The last mount at a point covers those before it.
         const bool isCovered =
             std::any_of(sticks.begin(), sticks.end(), [&](const Mount& stick) { return stick.point == mount->point; });
         if (mount->point != m_roots.back() && leadsInto(mount->point, m_roots.back()) && !isCovered) {
@@ -92,7 +96,7 @@ std::vector<Mount> MountedSticks::all() const
     return sticks;
 }
 
-std::vector<std::string> MountedSticks::mounted() const
+std::vector<std::string> MountedSticks::mountPoints() const
 {
     std::vector<std::string> sticks;
     for (const Mount& stick : all()) {
@@ -117,6 +121,42 @@ bool MountedSticks::isPulled(const std::string& path) const
         }
     }
     return innermost != nullptr && isGone(*innermost);
+}
+
+std::string stickToUnplug(const std::string& mountPoint)
+{
+    std::error_code error;
+    fs::path path = fs::absolute(mountPoint, error).lexically_normal();
+    if (error || path.empty()) {
+        throw badCommandLine("no mount point: '" + mountPoint + "'", "name a directory");
+    }
+    const auto withoutSlash = [](const fs::path& some) {
+        return some.has_filename() ? some : some.parent_path();
+    };
+    path = withoutSlash(path);
+    // A link may still be there when the mount point that it leads to is not.
+    for (int links = 0; links < MAX_LINKS && fs::is_symlink(fs::symlink_status(path, error)); ++links) {
+        path = path.parent_path() / fs::read_symlink(path, error);
+    }
+    const fs::path resolved = fs::weakly_canonical(path, error);
+    return withoutSlash(error ? path : resolved);
+}
+
+std::string stickToPlug(const std::string& mountPoint)
+{
+    std::error_code error;
+    const fs::path stick = fs::canonical(mountPoint, error);
+    if (error == std::errc::no_such_file_or_directory || (!error && !fs::is_directory(stick, error))) {
+        throw badCommandLine("no directory: '" + mountPoint + "'", "name the one where the stick is mounted");
+    }
+    if (error) {
+        throw systemFailure(error.value(), mountPoint, SOME_WIDGET_WRONG);
+    }
+    if (!isText(stick)) {
+        throw badCommandLine(stick.string() + " is not UTF-8, so the database cannot hold it",
+                             "mount the stick elsewhere");
+    }
+    return stick;
 }
 
 MountWatch::MountWatch() : m_mounts(open(MOUNTS, O_RDONLY | O_CLOEXEC)) {}

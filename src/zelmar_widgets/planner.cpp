@@ -12,7 +12,7 @@ using Command = Scope::Command;
 using Roots = std::vector<std::string>;
 using Targets = std::array<std::string, FILE_COUNT>;  // by fileNames()
 
-/** The content that the widget should be available from, or null. */
+/** The widget's content on the stick that it belongs to, or null. */
 const Content* contentFor(const WidgetFacts& widget)
 {
     const auto found = std::find_if(widget.contents.begin(), widget.contents.end(),
@@ -20,7 +20,10 @@ const Content* contentFor(const WidgetFacts& widget)
     return found == widget.contents.end() ? nullptr : &*found;
 }
 
-/** A link that leads to a widget's folder is the tool's, wherever the stick was mounted; any other may be its own. */
+/**
+ * Whether the link leads to a stick: below a root, below the stick of the row, or, wherever the stick was mounted, into
+ * a content directory of this widget. Any other link may be the widget's own.
+ */
 bool leadsToStick(const Link& link, const WidgetFacts& widget, const Roots& roots)
 {
     const auto isBelow = [&](const std::string& folder) {
@@ -64,8 +67,8 @@ void addOnce(std::vector<Fault>& faults, Fault fault)
     }
 }
 
-/** Of a widget that is available from the stick that it should be available from. */
-std::vector<Fault> faultsOfLinks(const WidgetFacts& widget, const Targets& targets, bool stale)
+/** The faults of a widget that is available from the stick that it belongs to. */
+std::vector<Fault> faultsOfLinks(const WidgetFacts& widget, const Targets& targets, bool hasStaleLinks)
 {
     std::vector<Fault> faults;
     for (std::size_t file = 0; file < FILE_COUNT; ++file) {
@@ -81,14 +84,15 @@ std::vector<Fault> faultsOfLinks(const WidgetFacts& widget, const Targets& targe
             addOnce(faults, Fault::LINK_UNLABELLED);
         }
     }
-    if (stale) {
+    if (hasStaleLinks) {
         addOnce(faults, Fault::LINK_ELSEWHERE);
     }
     return faults;
 }
 
-/** Of a widget that is not available from the stick that it should be available from, if there is one. */
-std::vector<Fault> faultsOfState(const WidgetFacts& widget, const Scope& scope, const Content* content, bool stale)
+/** The faults of a widget that is not available from the stick that it belongs to, or that belongs to none. */
+std::vector<Fault> faultsOfState(const WidgetFacts& widget, const Scope& scope, const Content* content,
+                                 bool hasStaleLinks)
 {
     std::vector<Fault> faults;
     const bool isPlugged = content != nullptr && scope.command == Command::PLUG && content->stick == scope.argument;
@@ -100,27 +104,28 @@ std::vector<Fault> faultsOfState(const WidgetFacts& widget, const Scope& scope, 
     } else if (content != nullptr) {
         faults.push_back(Fault::NOT_PLUGGED);
     }
-    if (!widget.available && stale) {
+    if (!widget.available && hasStaleLinks) {
         faults.push_back(Fault::LINK_LEFT);
     }
     return faults;
 }
 
 std::vector<Fault> faultsOf(const WidgetFacts& widget, const Scope& scope, const Content* content,
-                            const Targets& targets, bool stale)
+                            const Targets& targets, bool hasStaleLinks)
 {
     if (widget.home != Home::STICK) {
         const Fault fault = widget.home == Home::UNKNOWN ? Fault::UNKNOWN_WIDGET : Fault::LINK_LEFT;
-        return stale ? std::vector{fault} : std::vector<Fault>();
+        return hasStaleLinks ? std::vector{fault} : std::vector<Fault>();
     }
     if (!widget.hasImageDirectory && scope.command != Command::REMOVE) {
         return {Fault::DIRECTORY_MISSING};
     }
-    const bool isThere = widget.available && content != nullptr && content->stick == widget.rowStick;
-    return isThere ? faultsOfLinks(widget, targets, stale) : faultsOfState(widget, scope, content, stale);
+    const bool isAvailableFromIt = widget.available && content != nullptr && content->stick == widget.rowStick;
+    return isAvailableFromIt ? faultsOfLinks(widget, targets, hasStaleLinks)
+                             : faultsOfState(widget, scope, content, hasStaleLinks);
 }
 
-std::vector<Step> stepsFor(const WidgetFacts& widget, const Content* content, bool stale)
+std::vector<Step> stepsFor(const WidgetFacts& widget, const Content* content, bool hasStaleLinks)
 {
     if (widget.home != Home::STICK) {
         return {Step::CLEAR_LINKS};
@@ -129,9 +134,9 @@ std::vector<Step> stepsFor(const WidgetFacts& widget, const Content* content, bo
     if (!widget.hasImageDirectory) {
         steps.push_back(Step::CREATE_DIRECTORY);
     }
-    // The tool replaces only links to files that the stick holds: what leads to another goes first, so that no widget
-    // has its image from one stick and its metadata from another.
-    if (stale || (widget.available && content == nullptr)) {
+    // The tool replaces only links to files that the stick holds. So links to another stick are removed first: no
+    // widget may have its image from one stick and its metadata from another.
+    if (hasStaleLinks || (widget.available && content == nullptr)) {
         steps.push_back(Step::MAKE_UNAVAILABLE);
     }
     if (content != nullptr) {
@@ -199,8 +204,8 @@ bool isAbout(const Scope& scope, const WidgetFacts& widget)
            std::any_of(widget.contents.begin(), widget.contents.end(), holdsFolder);
 }
 
-std::vector<std::string> candidates(const WidgetFacts& widget, const Scope& scope,
-                                    const std::vector<std::string>& mounted)
+std::vector<std::string> candidateSticks(const WidgetFacts& widget, const Scope& scope,
+                                         const std::vector<std::string>& mounted)
 {
     std::vector<std::string> sticks;
     if (widget.home != Home::STICK || scope.command == Command::REMOVE) {
@@ -229,10 +234,10 @@ WidgetPlan planFor(const WidgetFacts& widget, const Scope& scope, const std::vec
     }
     const Targets targets = targetsFor(widget, content);
     plan.staleLinks = staleLinks(widget, targets, roots);
-    const bool stale = !plan.staleLinks.empty();
-    plan.faults = faultsOf(widget, scope, content, targets, stale);
+    const bool hasStaleLinks = !plan.staleLinks.empty();
+    plan.faults = faultsOf(widget, scope, content, targets, hasStaleLinks);
     if (!plan.faults.empty()) {
-        plan.steps = stepsFor(widget, content, stale);
+        plan.steps = stepsFor(widget, content, hasStaleLinks);
     }
     return plan;
 }

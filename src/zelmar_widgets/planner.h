@@ -9,7 +9,7 @@
 
 #include "widget_paths.h"
 
-// What is to be done, from what is: no function here asks the system.
+// Decides what is to be done from what is. No function here calls the system.
 namespace ZelmarWidgets {
 
 /** A link of one of the four names in an image directory. */
@@ -25,7 +25,8 @@ struct Content {
     std::array<bool, FILE_COUNT> files{};  // by fileNames()
 };
 
-enum class Home { STICK, TELEVISION, UNKNOWN };  // the database does not know it: its links are all there is
+/** Where the content of a widget is. UNKNOWN: the database does not know the widget, but it has an image directory. */
+enum class Home { STICK, TELEVISION, UNKNOWN };
 
 struct WidgetFacts {
     std::string identifier{};
@@ -35,12 +36,12 @@ struct WidgetFacts {
     std::string storagePath{};  // by its row
     std::string rowStick{};     // the stick that the path leads to, links resolved; empty: none
     bool hasImageDirectory = true;
-    bool hidden = false;                                  // this user may not look at all of it: nothing is said of it
+    bool hidden = false;                                  // this user may not read all of it, so no fault is reported
     std::array<std::optional<Link>, FILE_COUNT> links{};  // by fileNames()
-    std::vector<Content> contents{};                      // on its candidates, up to the first that holds its image
+    std::vector<Content> contents{};                      // on candidateSticks(), up to the first that holds the image
 };
 
-/** What a command is about: `argument` is the stick, or for REMOVE the identifier. */
+/** A command and what it is about. `argument` is the stick; for REMOVE the identifier; for HEAL empty. */
 struct Scope {
     enum class Command { HEAL, PLUG, UNPLUG, REMOVE };
     Command command = Command::HEAL;
@@ -59,7 +60,7 @@ enum class Fault {
     UNKNOWN_WIDGET,
 };
 
-/** The word by which people and programs know the fault. */
+/** The name of the fault in tables and JSON. */
 std::string nameOf(Fault fault);
 std::string namesOf(const std::vector<Fault>& faults);
 
@@ -68,27 +69,27 @@ enum class Step { CREATE_DIRECTORY, CLEAR_LINKS, MAKE_UNAVAILABLE, MAKE_AVAILABL
 struct WidgetPlan {
     std::string identifier;
     std::string stick;          // from which it should be available; empty: it should be unavailable
-    std::vector<Fault> faults;  // empty just if there is nothing to do
+    std::vector<Fault> faults;  // empty if, and only if, there is nothing to do
     std::vector<Step> steps;
-    std::vector<std::string> staleLinks;  // names of those that lead to a stick, but should not
+    std::vector<std::string> staleLinks;  // names of the links that lead to a stick, but should not
 };
 
 /** Whether the command is about this widget. */
 bool isAbout(const Scope& scope, const WidgetFacts& widget);
 
 /**
- * The sticks from which the widget may be made available: it should be from the first one that holds its image.
- * `mounted` are those below the roots, the one mounted last first.
+ * The sticks that the widget may belong to, in the order of preference: it belongs to the first that holds its image.
+ * `mounted` are the sticks below the roots, the one mounted last first.
  */
-std::vector<std::string> candidates(const WidgetFacts& widget, const Scope& scope,
-                                    const std::vector<std::string>& mounted);
+std::vector<std::string> candidateSticks(const WidgetFacts& widget, const Scope& scope,
+                                         const std::vector<std::string>& mounted);
 
 /**
- * The one rule. A widget on USB has a stick: the one that its row names, if it holds the image, else the one mounted
- * last that does. With a stick it is available from it, with a labelled link for each file there and no other links to
- * sticks; without one it is unavailable, without such links. Every other widget has none of these links either.
- * PLUG's stick comes before all others; UNPLUG's has gone with all below it; for REMOVE all have.
- * `roots` are the folders below which everything is a stick's.
+ * The rule of all commands. A widget on USB belongs to the stick that its row names, if that holds the image, else to
+ * the stick mounted last that holds it, else to none. It is available from the stick it belongs to, with a labelled
+ * link for each file there and no other link to a stick. If it belongs to none, it is unavailable and has no link to a
+ * stick. Any other widget has no link to a stick. The stick of PLUG comes before all others. The stick of UNPLUG and
+ * all below it do not count. For REMOVE, no stick counts. `roots` are the folders below which everything is on a stick.
  */
 WidgetPlan planFor(const WidgetFacts& widget, const Scope& scope, const std::vector<std::string>& roots);
 

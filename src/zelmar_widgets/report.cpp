@@ -271,7 +271,7 @@ std::string printable(const std::string& text)
 void finishOutput()
 {
     if (!std::cout.flush()) {
-        throw Failure(COULD_NOT_WORK, Failure::Kind::SYSTEM, "cannot write to standard output",
+        throw Failure(COMMAND_FAILED, Failure::Kind::SYSTEM, "cannot write to standard output",
                       "free some space, or redirect it elsewhere");
     }
 }

@@ -11,7 +11,7 @@
 
 namespace ZelmarWidgets {
 
-// Of all that --json prints. It changes when a field changes its meaning or goes.
+// The number of the format of all JSON. It changes when a field is removed or changes its meaning.
 constexpr int JSON_FORMAT = 1;
 
 /** A widget as it is, and as it should be. */
@@ -20,7 +20,7 @@ struct WidgetStatus {
     WidgetPlan plan;
 };
 
-// For people, aligned and printable, or for machines: JSON, whose format the manual page tells field by field.
+// Text is for people. JSON is for programs; the manual page explains each field.
 
 void printTable(const std::vector<WidgetStatus>& widgets);
 void printJson(const std::vector<WidgetStatus>& widgets, const std::vector<std::string>& troubles);
@@ -33,16 +33,16 @@ void printJson(const std::vector<Check>& checks);
 
 void printJson(const Failure& failure);
 
-/** Control characters and bytes that are not UTF-8 become \xHH, a backslash becomes two: no terminal obeys the text. */
+/** Control characters and bytes that are not UTF-8 become \xHH, a backslash two: no name can control a terminal. */
 std::string printable(const std::string& text);
 
 /**
- * JSON holds UTF-8 alone: a byte that is none becomes U+FFFD and two digits, U+FFFD itself is doubled. So names stay
- * distinct, and nearly all stay as they are.
+ * JSON must be UTF-8: a byte that is not becomes U+FFFD and two hexadecimal digits, and U+FFFD itself is doubled. So
+ * different names stay different, and nearly all stay as they are.
  */
 std::string textForJson(const std::string& text);
 
-/** Ends the output. Throws Failure if any of it could not be written. */
+/** Flushes standard output. Throws Failure if any of it could not be written. */
 void finishOutput();
 
 }  // namespace ZelmarWidgets

@@ -26,7 +26,7 @@ namespace {
 using ZelmarDB::RegisteredWidget;
 using ZelmarDB::RegistryFault;
 
-// Changes that follow each other within this time are told together: each look reads the whole database.
+// Changes within this time are printed together, because each time the whole database is read.
 constexpr int PAUSE_MILLISECONDS = 50;
 constexpr int FOREVER = -1;
 
@@ -53,7 +53,7 @@ WidgetState stateOf(const RegisteredWidget& row)
     return {row.application, "available", stickOf(row.storagePath, row.identifier)};
 }
 
-/** Nothing while there is no usable database: it may be about to be made or replaced. */
+/** Empty while there is no usable database, which may soon be created or replaced. */
 std::optional<States> statesNow()
 {
     try {
@@ -91,7 +91,7 @@ void print(const std::string& identifier, const WidgetState& widget, bool json)
     }
 }
 
-void tellChanges(const States& before, const States& now, bool json)
+void printChanges(const States& before, const States& now, bool json)
 {
     for (const auto& [identifier, widget] : now) {
         const auto old = before.find(identifier);
@@ -106,7 +106,7 @@ void tellChanges(const States& before, const States& now, bool json)
     }
 }
 
-/** The signals that end this program, as a descriptor. */
+/** A descriptor that is readable when a signal to end the program has come. */
 int endSignals()
 {
     sigset_t signals;
@@ -121,10 +121,10 @@ int endSignals()
     return descriptor;
 }
 
-/** Whether the end has come, before `change` is readable or the time is over. */
+/** Waits until `change` is readable or the time is over. True if the program is to end before that. */
 bool endsWithin(int milliseconds, int signals, int change)
 {
-    // No event is asked of standard output: it tells when its reader has gone.
+    // Without any event asked for, poll still reports that the reader of standard output has closed it.
     std::array<pollfd, 3> sources{{{signals, POLLIN, 0}, {STDOUT_FILENO, 0, 0}, {change, POLLIN, 0}}};
     poll(sources.data(), sources.size(), milliseconds);
     return sources[0].revents != 0 || (sources[1].revents & (POLLERR | POLLHUP)) != 0;
@@ -136,17 +136,17 @@ void watch(bool json)
 {
     const auto registry = ZelmarDB::watchRegistry();
     if (!registry) {
-        throw Failure(COULD_NOT_WORK, Failure::Kind::SYSTEM, "this platform cannot tell of changes",
+        throw Failure(COMMAND_FAILED, Failure::Kind::SYSTEM, "this platform cannot watch the database for changes",
                       "call 'zelmar-widgets status' from time to time");
     }
     const int signals = endSignals();
     constexpr int NO_CHANGE = -1;
-    States told;
+    States printed;
     do {
         registry->reset();
         if (auto now = statesNow()) {
-            tellChanges(told, *now, json);
-            told = std::move(*now);
+            printChanges(printed, *now, json);
+            printed = std::move(*now);
         }
         if (!std::cout.flush() && !endsWithin(0, signals, NO_CHANGE)) {
             finishOutput();

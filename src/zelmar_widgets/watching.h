@@ -5,8 +5,8 @@
 namespace ZelmarWidgets {
 
 /**
- * Tells the state of each widget, then each change, until SIGTERM or SIGINT comes or the reader of standard output has
- * gone. Throws Failure and ZelmarDB::RegistryError.
+ * Prints the state of each widget, then each change, until SIGTERM or SIGINT comes or the reader closes standard
+ * output. Throws Failure and ZelmarDB::RegistryError.
  */
 void watch(bool json);
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <string>
 
-// Where a widget's files belong: names alone, nothing is looked up.
+// Where a widget's files belong. The functions only build names; they do not look at the disk.
 namespace ZelmarWidgets {
 
 /** The image and the three metadata files; the same names serve for the files on a stick and for the links to them. */

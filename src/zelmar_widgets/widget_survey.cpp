@@ -35,16 +35,16 @@ std::string resolved(const std::string& stick)
 
 class Surveyor {
 public:
-    Surveyor(const Scope& scope, const std::set<std::string>& also, Sticks sticks);
+    Surveyor(const Scope& scope, const std::set<std::string>& alsoWanted, Sticks sticks);
 
-    void lookAtRow(const RegisteredWidget& row);
-    void lookAtUnknown(const std::vector<RegisteredWidget>& rows);
+    void surveyRow(const RegisteredWidget& row);
+    void surveyUnknown(const std::vector<RegisteredWidget>& rows);
     Situation situation();
 
 private:
     bool isWanted(const WidgetFacts& widget) const;
-    void lookAtLinks(WidgetFacts& widget);
-    void lookAtSticks(WidgetFacts& widget);
+    void surveyLinks(WidgetFacts& widget);
+    void surveySticks(WidgetFacts& widget);
     Content contentOn(const std::string& stick, WidgetFacts& widget);
     const std::string& rowStick(const std::string& stick);
     bool isPulled(const std::string& stick);
@@ -52,7 +52,7 @@ private:
     void noteFailure(const std::string& path, const std::string& where, WidgetFacts& widget);
 
     const Scope& m_scope;
-    const std::set<std::string>& m_also;
+    const std::set<std::string>& m_alsoWanted;
     const Sticks m_sticks;
     const MountedSticks m_mounts;
     std::vector<std::string> m_mounted;
@@ -62,10 +62,10 @@ private:
     std::vector<WidgetFacts> m_widgets;
 };
 
-Surveyor::Surveyor(const Scope& scope, const std::set<std::string>& also, Sticks sticks)
-    : m_scope(scope), m_also(also), m_sticks(sticks)
+Surveyor::Surveyor(const Scope& scope, const std::set<std::string>& alsoWanted, Sticks sticks)
+    : m_scope(scope), m_alsoWanted(alsoWanted), m_sticks(sticks)
 {
-    for (const std::string& stick : m_mounts.mounted()) {
+    for (const std::string& stick : m_mounts.mountPoints()) {
         if (isText(stick)) {
             m_mounted.push_back(stick);
         } else {
@@ -76,10 +76,13 @@ Surveyor::Surveyor(const Scope& scope, const std::set<std::string>& also, Sticks
 
 bool Surveyor::isWanted(const WidgetFacts& widget) const
 {
-    return isAbout(m_scope, widget) || m_also.count(widget.identifier) != 0;
+    return isAbout(m_scope, widget) || m_alsoWanted.count(widget.identifier) != 0;
 }
 
-/** To be called after a failed call. What only permissions hide must not be told as missing. */
+/**
+ * Records the failure of the system call before it, unless the file is just not there. A file that this user may not
+ * read must not count as missing, so the widget is then marked as hidden.
+ */
 void Surveyor::noteFailure(const std::string& path, const std::string& where, WidgetFacts& widget)
 {
     switch (errno) {
@@ -87,7 +90,7 @@ void Surveyor::noteFailure(const std::string& path, const std::string& where, Wi
         case ENOTDIR:
         case ELOOP:
         case ENAMETOOLONG:
-        case EINVAL:  // what readlink says of anything but a link
+        case EINVAL:  // readlink: it is no link
             return;
         case EACCES:
             widget.hidden |= geteuid() != 0;
@@ -96,7 +99,7 @@ void Surveyor::noteFailure(const std::string& path, const std::string& where, Wi
     m_troubles.emplace(where, systemFailure(errno, path).text());
 }
 
-/** The file's type, or 0 if it cannot be read: a stick that was pulled but is still mounted fails with any error. */
+/** The file's type, or 0 with a noted failure. A stick that was pulled but is still mounted may fail with any error. */
 mode_t Surveyor::typeOf(const std::string& path, int flags, const std::string& where, WidgetFacts& widget)
 {
     struct stat status = {};
@@ -107,7 +110,7 @@ mode_t Surveyor::typeOf(const std::string& path, int flags, const std::string& w
     return 0;
 }
 
-void Surveyor::lookAtLinks(WidgetFacts& widget)
+void Surveyor::surveyLinks(WidgetFacts& widget)
 {
     const std::string directory = imageDirectory(widget.identifier);
     const auto names = fileNames(widget.identifier);
@@ -144,11 +147,11 @@ Content Surveyor::contentOn(const std::string& stick, WidgetFacts& widget)
     return content;
 }
 
-void Surveyor::lookAtSticks(WidgetFacts& widget)
+void Surveyor::surveySticks(WidgetFacts& widget)
 {
-    for (const std::string& stick : candidates(widget, m_scope, m_mounted)) {
+    for (const std::string& stick : candidateSticks(widget, m_scope, m_mounted)) {
         widget.contents.push_back(contentOn(stick, widget));
-        // Whether a plug is about the widget, its own stick says, which is the first. No other is asked for nothing.
+        // The first stick decides whether a plug is about the widget. If it is not, the others are not looked at.
         if (widget.contents.back().files[IMAGE] || !isWanted(widget)) {
             return;
         }
@@ -157,23 +160,23 @@ void Surveyor::lookAtSticks(WidgetFacts& widget)
 
 const std::string& Surveyor::rowStick(const std::string& stick)
 {
-    const auto [place, isNew] = m_rowSticks.try_emplace(stick);
+    const auto [entry, isNew] = m_rowSticks.try_emplace(stick);
     if (isNew && !stick.empty()) {
-        place->second = m_sticks == Sticks::LOOK_AT ? resolved(stick) : stick;
+        entry->second = m_sticks == Sticks::LOOK_AT ? resolved(stick) : stick;
     }
-    return place->second;
+    return entry->second;
 }
 
 bool Surveyor::isPulled(const std::string& stick)
 {
-    const auto [place, isNew] = m_pulled.try_emplace(stick);
+    const auto [entry, isNew] = m_pulled.try_emplace(stick);
     if (isNew) {
-        place->second = m_mounts.isPulled(stick);
+        entry->second = m_mounts.isPulled(stick);
     }
-    return place->second;
+    return entry->second;
 }
 
-void Surveyor::lookAtRow(const RegisteredWidget& row)
+void Surveyor::surveyRow(const RegisteredWidget& row)
 {
     WidgetFacts widget;
     widget.identifier = row.identifier;
@@ -182,17 +185,17 @@ void Surveyor::lookAtRow(const RegisteredWidget& row)
     widget.available = row.available;
     widget.storagePath = row.storagePath;
     widget.rowStick = rowStick(stickOf(row.storagePath, row.identifier));
-    lookAtLinks(widget);
+    surveyLinks(widget);
     if (m_sticks == Sticks::LOOK_AT && (m_scope.command == Scope::Command::PLUG || isWanted(widget))) {
-        lookAtSticks(widget);
+        surveySticks(widget);
     }
     if (isWanted(widget)) {
         m_widgets.push_back(std::move(widget));
     }
 }
 
-/** The directories P_img whose P has no row in the database. */
-void Surveyor::lookAtUnknown(const std::vector<RegisteredWidget>& rows)
+/** Surveys the directories P_img for which no widget P is in the database. */
+void Surveyor::surveyUnknown(const std::vector<RegisteredWidget>& rows)
 {
     std::unordered_set<std::string> known;
     for (const RegisteredWidget& row : rows) {
@@ -216,7 +219,7 @@ void Surveyor::lookAtUnknown(const std::vector<RegisteredWidget>& rows)
         WidgetFacts widget;
         widget.identifier = identifier;
         widget.home = Home::UNKNOWN;
-        lookAtLinks(widget);
+        surveyLinks(widget);
         if (isWanted(widget)) {
             m_widgets.push_back(std::move(widget));
         }
@@ -234,13 +237,14 @@ Situation Surveyor::situation()
 
 }  // namespace
 
-Situation survey(const Scope& scope, const std::set<std::string>& also, ZelmarDB::RegistryAccess access, Sticks sticks)
+Situation survey(const Scope& scope, const std::set<std::string>& alsoWanted, ZelmarDB::RegistryAccess access,
+                 Sticks sticks)
 {
     const std::vector<RegisteredWidget> rows = ZelmarDB::registeredWidgets(access);
-    Surveyor surveyor(scope, also, sticks);
-    std::for_each(rows.begin(), rows.end(), [&](const RegisteredWidget& row) { surveyor.lookAtRow(row); });
+    Surveyor surveyor(scope, alsoWanted, sticks);
+    std::for_each(rows.begin(), rows.end(), [&](const RegisteredWidget& row) { surveyor.surveyRow(row); });
     if (scope.command != Scope::Command::PLUG && scope.command != Scope::Command::REMOVE) {
-        surveyor.lookAtUnknown(rows);
+        surveyor.surveyUnknown(rows);
     }
     return surveyor.situation();
 }

@@ -11,19 +11,20 @@
 
 namespace ZelmarWidgets {
 
-/** What is, as far as the planner has to know it. */
+/** The state of widgets, links and sticks, as far as the planner needs it. */
 struct Situation {
     std::vector<WidgetFacts> widgets;  // by identifier; those that the database does not know come last
     std::vector<std::string> roots;
-    std::vector<std::string> troubles;  // what could not be looked at: messages for people
+    std::vector<std::string> troubles;  // messages for people: what could not be read
 };
 
 enum class Sticks { LOOK_AT, LEAVE_ALONE };
 
 /**
- * Looks at the widgets that the command is about, and at those named in `also`. Changes nothing. Throws
- * ZelmarDB::RegistryError and Failure.
+ * Surveys the widgets that the command is about, and those in `alsoWanted`. LEAVE_ALONE: no stick is looked at, and no
+ * widget has content. Changes nothing. Throws ZelmarDB::RegistryError and Failure.
  */
-Situation survey(const Scope& scope, const std::set<std::string>& also, ZelmarDB::RegistryAccess access, Sticks sticks);
+Situation survey(const Scope& scope, const std::set<std::string>& alsoWanted, ZelmarDB::RegistryAccess access,
+                 Sticks sticks);
 
 }  // namespace ZelmarWidgets
