@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The least program that does the tool's job: the same links, labels, rows and durability, and as many log lines, with
-// nothing asked, checked, undone or reported that the job can be done without. Takes the tool's words, in this order:
+// The least program that does the tool's job: the same links, labels, rows and durability, and as many log lines. It
+// leaves out every query, check, undo and report that the job can be done without. Call it with the tool's arguments:
 //   floor --make-available --path STICK -- ID...
 //   floor --make-all-unavailable
 
@@ -25,7 +25,7 @@ using Strings = std::vector<std::string>;
 
 const std::string APPS = "/opt/usr/apps/";
 
-// As long as the tool's lines are, and with as many arguments to print.
+// Log lines as long as the tool's, with as many arguments to print.
 #define LOG(format, ...) \
     syslog(LOG_DEBUG, "%s: %s(%d) > " format, "make_widgets_available_action", __func__, __LINE__, ##__VA_ARGS__)
 

@@ -54,7 +54,7 @@ void SystemLog::send(const char* line, size_t length)
         if (errno == EMSGSIZE) {
             length -= std::min<size_t>(length, 4096);  // as much of the line as the socket takes
         } else if (errno == EAGAIN) {
-            m_flags |= MSG_DONTWAIT;  // the logger took nothing for a second: no further line waits for it
+            m_flags |= MSG_DONTWAIT;  // the logger took nothing for 1 s: no further line waits for it
             return;
         } else if (errno != EINTR) {  // the logger has gone, or was restarted since the last line
             close(m_socket);
@@ -66,7 +66,7 @@ void SystemLog::send(const char* line, size_t length)
     }
 }
 
-/** How a line begins: the facility LOG_USER (8) plus the priority that the log of the system gives it. */
+/** The beginning of a line: the facility LOG_USER (8) plus the system log's number for the priority. */
 const char* syslogHead(int priority)
 {
     switch (priority) {

@@ -29,7 +29,7 @@ std::vector<RegistryUser> registryUsers()
 
 std::optional<bool> takesLabels(const std::string& directory)
 {
-    // A file without a name goes when it is closed. Where it can be labelled, so can links.
+    // A file without a name is removed when it is closed. If it can be labelled, links can.
     const int file = open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
     if (file < 0) {
         return std::nullopt;

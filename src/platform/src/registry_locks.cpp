@@ -12,7 +12,7 @@ namespace ZelmarDB {
 
 namespace {
 
-/** Some bytes of a file; nothing is there but the locks. */
+/** Bytes of a file that SQLite only locks, and never reads or writes. */
 struct LockBytes {
     const char* suffix;  // of the file's name
     off_t start;

@@ -5,20 +5,20 @@
 #include <sys/types.h>
 #include <optional>
 
-// The locks that SQLite takes on the database's files. No connection may be open in this process when they are looked
-// at: it would lose its own.
+// The locks that SQLite takes on the database's files. Call these functions only while this process has no connection
+// to the database: the connection would lose its own locks.
 namespace ZelmarDB {
 
-/** Of another process. */
+/** A lock of another process. */
 struct RegistryLock {
     pid_t process;
     bool isExclusive;
 };
 
-/** One of those of the processes that have the database open; exclusive: nobody else may read or write. */
+/** The lock of a process that has the database open. Exclusive: no other process may read or write. */
 std::optional<RegistryLock> openLock();
 
-/** That of the process that writes: from before its change is in the log until others can see it. */
+/** The lock of the process that writes. It is held from before a change is in the log until others can see it. */
 std::optional<RegistryLock> writeLock();
 
 }  // namespace ZelmarDB

@@ -20,7 +20,7 @@ namespace {
 
 constexpr long WRITER_CHECK_NANOSECONDS = 20'000'000;
 
-/** A descriptor that is readable while one of those is that have been added. */
+/** Its descriptor is an epoll set: it is readable while a descriptor in the set is. */
 class DatabaseWatch : public RegistryWatch {
 public:
     DatabaseWatch()
@@ -49,15 +49,15 @@ public:
         while (read(m_files, told.data(), told.size()) > 0) {
         }
 
-        // From the top, so that no folder can appear unseen below one that is watched.
+        // From the root down: a folder that appears after its parent is watched is not missed.
         const std::string file = DATABASE_FILE;
         for (std::size_t slash = 0; slash != std::string::npos; slash = file.find('/', slash + 1)) {
             watch(slash == 0 ? "/" : file.substr(0, slash), IN_CREATE | IN_MOVED_TO | IN_ONLYDIR);
         }
-        // Of the files alone, since whoever reads the database may write to its shared memory, which lies beside it.
+        // The files, not their folder: a process that only reads the database may write to its shared memory there.
         watch(file, IN_MODIFY);
         watch(file + "-wal", IN_MODIFY);
-        // The log is written before the change can be seen, and nothing tells when it can. Zero disarms the timer.
+        // A change is written to the log before it can be seen, and no event follows. So look again soon. 0: no timer.
         const itimerspec soon = {{}, {0, writeLock() ? WRITER_CHECK_NANOSECONDS : 0}};
         timerfd_settime(m_timer, 0, &soon, nullptr);
     }
@@ -68,7 +68,7 @@ private:
         return {RegistryFault::EXHAUSTED, std::string(DATABASE_FILE) + " cannot be watched: " + std::strerror(error)};
     }
 
-    /** What is not there is told of by its folder. */
+    /** A file that does not exist is no failure: the watch on its folder signals when it appears. */
     void watch(const std::string& path, std::uint32_t events)
     {
         if (inotify_add_watch(m_files, path.c_str(), events) < 0 && (errno == ENOSPC || errno == ENOMEM)) {

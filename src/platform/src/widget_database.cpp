@@ -20,14 +20,14 @@ namespace {
 
 constexpr char LINKS_ROOT[] = "/opt/usr/apps";
 
-// For other processes' locks, in the whole run: the waits of many widgets must not add up.
+// How long a whole run waits for other processes' locks: the waits of many widgets must not add up.
 constexpr std::chrono::seconds WAITING_BUDGET(5);
 constexpr std::chrono::milliseconds WAITING_STEP(1);
 
-// Of pages in the write-ahead log, before SQLite folds it into the database; with their headers some 2 MiB of log.
+// Bytes of pages in the write-ahead log at which SQLite folds it into the database. With headers, about 2 MiB of log.
 constexpr int LOG_BYTES = 2000000;
 
-/** Throws the system's reason if the file cannot be read and written; SQLite's own text omits it. */
+/** Throws with the system's reason, which SQLite's text omits, if the file cannot be read and written. */
 const char* accessible(const char* file)
 {
     if (faccessat(AT_FDCWD, file, R_OK | W_OK, AT_EACCESS) != 0) {
@@ -75,13 +75,13 @@ WidgetDatabase::WidgetDatabase()
     : m_waitingBudget(WAITING_BUDGET),
       m_linksSync(LINKS_ROOT),
       m_databaseSync(std::filesystem::path(DATABASE_FILE).parent_path()),
-      // One thread uses it, so SQLite's own locks would only cost.
+      // One thread uses the connection, so it needs no mutex.
       m_database(accessible(DATABASE_FILE), SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX)
 {
     sqlite3* const database = m_database.getHandle();
     sqlite3_busy_handler(database, &waitForLock, this);
-    // The log stays when the database is closed: a reader without write permission needs it, and no run pays for a
-    // fold.
+    // The log stays when the database is closed: a reader without write permission needs it, and the run saves the time
+    // to fold it.
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 
     const int version = schemaVersion(m_database);
@@ -92,8 +92,8 @@ WidgetDatabase::WidgetDatabase()
     if (m_database.execAndGet("PRAGMA journal_mode = WAL").getString() != "wal") {
         throw SQLite::Exception("no write-ahead log");
     }
-    // SQLite syncs when it folds the log or starts it anew, so that the database is sound whatever a power cut leaves;
-    // a commit is not synced, bringToDisk sees to that.
+    // SQLite syncs when it folds the log or starts it anew, so that a power cut never damages the database. It does not
+    // sync a commit; bringToDisk does that.
     m_database.exec("PRAGMA synchronous = NORMAL");
     sqlite3_wal_autocheckpoint(database, LOG_BYTES / m_database.execAndGet("PRAGMA page_size").getInt());
     // A log that grew longer, since another process read an old state, is cut when it is started anew.

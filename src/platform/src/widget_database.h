@@ -17,12 +17,12 @@ constexpr char DATABASE_FILE[] = "/opt/usr/zelmar/widgets.db";
 int schemaVersion(SQLite::Database& database);
 
 /**
- * A folder by which its file system is synced. Open it before the changes: a sync tells only of the writes that failed
- * since then.
+ * A folder whose file system is to be synced. Construct it before the changes: the sync reports only writes that fail
+ * after that.
  */
 class SyncHandle {
 public:
-    /** A folder that does not exist needs no sync; throws SQLite::Exception if one that does cannot be opened. */
+    /** A folder that does not exist needs no sync. Throws SQLite::Exception if an existing one cannot be opened. */
     explicit SyncHandle(const std::string& folder);
     ~SyncHandle();
     SyncHandle(const SyncHandle&) = delete;
@@ -48,7 +48,7 @@ public:
     /** Throws SQLite::Exception. */
     SQLite::Statement prepare(const char* sql) { return SQLite::Statement(m_database, sql); }
 
-    /** Brings what was changed to the disk, links and rows. Returns 0, or the system's error code. */
+    /** Brings the changed links and rows to the disk. Returns 0, or the system's error code. */
     int bringToDisk() const;
 
 private:

@@ -25,7 +25,7 @@ namespace ZelmarDB {
 namespace {
 
 constexpr int PATIENCE_SECONDS = 5;
-// The file itself and what SQLite keeps beside it.
+// The suffixes of the database file and of the files that SQLite keeps beside it.
 constexpr const char* DATABASE_PARTS[] = {"", "-journal", "-wal", "-shm"};
 
 RegistryFault faultOf(int error)
@@ -60,7 +60,7 @@ RegistryError systemError(int error, const std::string& path)
     return {faultOf(error), reason + " on " + path};
 }
 
-/** `error` is the system's, where SQLite knows of one. */
+/** `error` is the system's error number, or 0 if SQLite has none. */
 RegistryError databaseError(const SQLite::Exception& e, int error, const std::string& file)
 {
     switch (e.getErrorCode()) {
@@ -68,7 +68,7 @@ RegistryError databaseError(const SQLite::Exception& e, int error, const std::st
         case SQLITE_PROTOCOL:  // others kept taking and leaving locks
             return {RegistryFault::HELD,
                     "another process has held the database for " + std::to_string(PATIENCE_SECONDS) + " s"};
-        case SQLITE_READONLY:  // the file itself could be opened, so it is its folder or its log
+        case SQLITE_READONLY:  // the file could be opened, so its folder or its log cannot
             return systemError(access(fs::path(file).parent_path().c_str(), W_OK) == 0 ? EACCES : errno, file);
         case SQLITE_FULL:
             return systemError(ENOSPC, file);
@@ -76,7 +76,7 @@ RegistryError databaseError(const SQLite::Exception& e, int error, const std::st
             return systemError(ENOMEM, file);
         case SQLITE_CANTOPEN:
         case SQLITE_IOERR:
-            // Which may be an older one: the file was there.
+            // ENOENT is left over from an earlier call, since the file exists.
             return e.getExtendedErrorCode() == SQLITE_IOERR_NOMEM ? systemError(ENOMEM, file)
                    : error == 0 || error == ENOENT ? RegistryError(RegistryFault::INPUT_OUTPUT, file + ": " + e.what())
                                                    : systemError(error, file);
@@ -90,7 +90,8 @@ RegistryError databaseError(const SQLite::Exception& e, int error, const std::st
     }
 }
 
-/** SQLite's own text omits the system's reason. Only before SQLite opens the file: this drops its locks. */
+/** Throws with the system's reason, which SQLite's text omits. Call it before SQLite opens the file: it drops its
+ * locks. */
 void requireOpenable(const std::string& file, int flags)
 {
     const int handle = open(file.c_str(), flags | O_CLOEXEC, 0644);
@@ -101,8 +102,8 @@ void requireOpenable(const std::string& file, int flags)
 }
 
 /**
- * The URI for SQLite. Without a journal, no process has the database open: it is read as immutable then, so that who
- * may not make a log can read it, and who may leaves none.
+ * The URI for SQLite. Without a journal, no process has the database open. It is then read as immutable, so that a user
+ * who may not create a log can read it, and one who may does not leave a log behind.
  */
 std::string fileToRead()
 {
@@ -112,7 +113,7 @@ std::string fileToRead()
     return "file:" + file + (hasJournal ? "" : "?immutable=1");
 }
 
-/** Gives `uri`, of the file, to `use` as a database. Throws RegistryError in the place of SQLite::Exception. */
+/** Opens `uri`, which names the file, and calls `use` with it. Throws RegistryError instead of SQLite::Exception. */
 template <typename Use>
 auto withFile(const std::string& file, const std::string& uri, int flags, Use use)
 {
@@ -135,7 +136,7 @@ void requireVersion(SQLite::Database& database)
     }
 }
 
-/** Gives the database to `use`, found to be one of ours. */
+/** Opens the database, checks its schema version, and calls `use` with it. */
 template <typename Use>
 auto withDatabase(RegistryAccess access, Use use)
 {
@@ -143,7 +144,7 @@ auto withDatabase(RegistryAccess access, Use use)
     requireOpenable(DATABASE_FILE, change ? O_RDWR : O_RDONLY);
     const int flags = change ? SQLite::OPEN_READWRITE : SQLite::OPEN_READONLY;
     return withFile(DATABASE_FILE, change ? DATABASE_FILE : fileToRead(), flags, [&](SQLite::Database& database) {
-        // The log stays at the end: who may only read the database needs it.
+        // The log stays when the database is closed: a reader without write permission needs it.
         sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
         requireVersion(database);
         return use(database);
@@ -158,10 +159,10 @@ void requireSound(SQLite::Database& database)
         throw RegistryError(RegistryFault::DAMAGED,
                             std::string(DATABASE_FILE) + ": " + problem.substr(problem.rfind('\n') + 1));
     }
-    database.execAndGet("SELECT count(*) FROM widget");  // whose table may be gone without a trace
+    database.execAndGet("SELECT count(*) FROM widget");  // integrity_check does not notice a missing table
 }
 
-/** Whether the tool can take it: as a word of its command line, and as text of the database. */
+/** Whether the text can be an argument of the tool, and a text of the database. */
 bool isNameable(const std::string& text)
 {
     try {
@@ -178,7 +179,7 @@ bool stands(const std::string& path)
     return fs::exists(fs::symlink_status(path, unknown));
 }
 
-/** The path, or with a number behind it if something stands there. */
+/** The path, with a number added if it exists already. */
 std::string unused(const std::string& path)
 {
     std::string candidate = path;
@@ -188,7 +189,7 @@ std::string unused(const std::string& path)
     return candidate;
 }
 
-/** Unlike a plain renaming, it never takes the place of what another process has made meanwhile. */
+/** Unlike a plain rename, it never replaces a file that another process has just made. */
 void rename(const std::string& from, const std::string& to)
 {
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
@@ -197,15 +198,15 @@ void rename(const std::string& from, const std::string& to)
 }
 
 /**
- * Moves the database away with its journals, under one name: SQLite finds them by it. A journal without its database
- * would spoil a new one, so it is moved, too. Returns the new paths.
+ * Moves the database and its journals aside under one name, by which SQLite finds them again. A journal without its
+ * database is also moved, since it would damage a new database. Returns the new paths.
  */
 std::vector<std::string> setAside()
 {
     const std::string file = DATABASE_FILE;
     const bool isThere = stands(file);
     if (!isThere) {
-        unlink((file + "-shm").c_str());  // an index of the log, which whoever opens the log makes anew
+        unlink((file + "-shm").c_str());  // an index of the log; SQLite makes it again when it opens the log
     }
     const std::time_t now = std::time(nullptr);
     std::tm utc = {};
@@ -214,7 +215,7 @@ std::vector<std::string> setAside()
     const std::string aside = unused(file + "." + date);
 
     std::vector<std::string> paths;
-    for (const char* part : DATABASE_PARTS) {  // the database first: what a kill leaves are journals without one
+    for (const char* part : DATABASE_PARTS) {  // the database first: after a kill, only journals are left
         if (stands(file + part)) {
             paths.push_back(isThere ? aside + part : unused(file + part + ".orphaned"));
             rename(file + part, paths.back());
@@ -223,7 +224,7 @@ std::vector<std::string> setAside()
     return paths;
 }
 
-/** An empty database in the making. Whatever a killed process left of one goes at once. */
+/** An empty database under another name. The constructor removes what a killed process left of another draft. */
 class Draft {
 public:
     Draft() { removeFiles(); }
@@ -237,9 +238,10 @@ public:
         requireOpenable(m_file, O_RDWR | O_CREAT | O_EXCL);
         withFile(m_file, m_file, SQLite::OPEN_READWRITE, [](SQLite::Database& database) {
             database.exec(WIDGET_DB_SQL);
-            database.exec("PRAGMA wal_checkpoint(TRUNCATE)");  // closing it would do so, but not tell of a failure
+            database.exec(
+                "PRAGMA wal_checkpoint(TRUNCATE)");  // closing the database would do so, but not report a failure
         });
-        // The file alone, without the log that does not go with it.
+        // Checks the file alone: it is renamed without its log.
         withFile(m_file, "file:" + m_file + "?immutable=1", SQLite::OPEN_READONLY, requireSound);
     }
 
@@ -272,7 +274,7 @@ void syncFolder(const std::string& folder)
 std::vector<RegisteredWidget> registeredWidgets(RegistryAccess access)
 {
     return withDatabase(access, [](SQLite::Database& database) {
-        // With the plus, SQLite sorts what it has read: in the index's order it would read most pages many times.
+        // The plus makes SQLite sort what it has read. In the order of the index, it would read most pages many times.
         SQLite::Statement statement(
             database,
             "SELECT kx_app_id, tizen_app_id, installed_on_usb, available, external_storage_path "
@@ -325,7 +327,7 @@ RegistryCreation createRegistry(ExistingRegistry existing)
 {
     const Draft draft;
     if (existing == ExistingRegistry::KEEP && stands(DATABASE_FILE)) {
-        withDatabase(RegistryAccess::CHANGE, requireSound);  // which makes a missing log
+        withDatabase(RegistryAccess::CHANGE, requireSound);  // creates a missing log, too
         return {false, {}};
     }
     const std::string folder = fs::path(DATABASE_FILE).parent_path();
@@ -339,7 +341,7 @@ RegistryCreation createRegistry(ExistingRegistry existing)
     syncFolder(folder);  // after a power cut, no old log may stand beside the new database
     rename(draft.file(), DATABASE_FILE);
     syncFolder(folder);
-    // Makes the write-ahead log, for readers who may not make one themselves.
+    // Creates the write-ahead log, which a reader without write permission needs.
     withDatabase(RegistryAccess::CHANGE, requireSound);
     return creation;
 }

@@ -57,7 +57,7 @@ SQLite::Statement& preparedStatement(Query query)
     if (!t_attachment) {
         throw SQLite::Exception("the thread is not attached to the database");
     }
-    // Whether it succeeds or not: the caller changes links besides.
+    // Even if the change fails: the caller changes links, too.
     t_attachment->attemptedChange |= query == SET_AVAILABLE || query == SET_EXTERNAL_STORAGE_PATH;
     std::optional<SQLite::Statement>& statement = t_attachment->statements[query];
     if (!statement) {
@@ -66,7 +66,7 @@ SQLite::Statement& preparedStatement(Query query)
     return *statement;
 }
 
-/** Resets the statement at the end of the scope, and with that gives back the locks it took. */
+/** Resets the statement at the end of the scope, which releases its locks. */
 class ResetAtEnd {
 public:
     explicit ResetAtEnd(SQLite::Statement& statement) : m_statement(statement) {}
@@ -78,7 +78,7 @@ private:
     SQLite::Statement& m_statement;
 };
 
-/** Gives the query's statement to `use` and returns what that makes of it. Every database failure leaves from here. */
+/** Calls `use` with the query's statement and returns its result. Every DatabaseError of a query is thrown here. */
 template <typename Function>
 auto ask(Query query, Function use)
 {
@@ -98,7 +98,7 @@ KxWidgetDAOReadOnly::Exception::WidgetNotExist noWidget(Query query, const std::
                                                           key);
 }
 
-/** Returns what `read` makes of the one column that the query asks of the widget. */
+/** Calls `read` with the one column that the query reads of the widget, and returns its result. */
 template <typename Function>
 auto askWidget(Query query, int handle, Function read)
 {

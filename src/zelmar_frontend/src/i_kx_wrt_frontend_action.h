@@ -8,9 +8,9 @@
 namespace ZelmarFrontend {
 
 /**
- * One command of the tool. `main` calls, each only if the one before returned:
- * setRequiredParameters, runAction, cleanAction, getActionResult; rollbackAction if one of the last three, or the
- * printing of the result, threw.
+ * An action of the tool. `main` calls setRequiredParameters, runAction, cleanAction and getActionResult, in this order.
+ * If one of the last three throws, or the printing of the result fails, `main` calls rollbackAction instead of the
+ * rest.
  */
 class IKxWrtFrontendAction {
 public:
@@ -31,10 +31,10 @@ public:
     /** The text for standard output, without a newline. */
     virtual std::string getActionResult() const = 0;
 
-    /** Undoes what was begun for the widgets that failed. */
+    /** Undoes the steps of the widgets that failed. */
     virtual void cleanAction() = 0;
 
-    /** Undoes the run, where there is anything to undo. */
+    /** Undoes the steps of all widgets, if the action has any to undo. */
     virtual void rollbackAction() noexcept = 0;
 };
 

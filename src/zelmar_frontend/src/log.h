@@ -32,7 +32,7 @@ constexpr std::array<char, 64> UNIT_NAME = unitName(__BASE_FILE__);
  *
  * Log parsers in the field match whole lines, so their oddities stay: failures at debug priority, misspelt words, the
  * function name "operator()", formats that do not fit their arguments, and the fixed numbers of the lines that are
- * logged with an ..._AT macro. Every other oddity has a comment "odd" at its line.
+ * logged with an ..._AT macro. Every other oddity has a comment that begins "odd" at its line.
  */
 #define ZELMAR_LOG(priority, number, format, ...)                                      \
     __dlog_print(ZelmarFrontend::priority, "ZELMAR_INSTALLER", "%s: %s(%d) > " format, \

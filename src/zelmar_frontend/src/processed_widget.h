@@ -15,7 +15,7 @@ enum WidgetActionStatus { NOT_PROCESSED = 0, SUCCESS = 1, FAIL = 2 };
  */
 class ProcessedWidget {
 public:
-    /** Looks the widget up; one that the database does not know is made all the same. Lets every exception pass. */
+    /** Looks the widget up. A widget that the database does not know has a record, too. Lets every exception pass. */
     ProcessedWidget(const std::string& pkgId, const std::string& strErrCode, WidgetActionStatus status);
     virtual ~ProcessedWidget() = default;
 
@@ -32,7 +32,7 @@ public:
     /** An empty `path` clears: the database then holds an empty path, not none. */
     bool setExternalStoragePath(const std::string& path);
 
-    /** Lets DatabaseError pass: without knowing whether the widget is there, no error code would be true. */
+    /** Lets DatabaseError pass: if it is unknown whether the widget is installed, no error code is true. */
     bool isWidgetInstalled() const;
     bool isInstalledOnUSB() const;
 
@@ -44,7 +44,7 @@ private:
     std::wstring m_tizenAppId;
 };
 
-/** One record per identifier, in order, none with a result yet. */
+/** Appends one record per identifier, in order, without a result. */
 void appendWidgets(std::vector<ProcessedWidget>& widgets, const std::vector<std::string>& pkgIds);
 
 /** Marks the widget as failed for the reason `strErrCode`, one of the shared error codes. */

@@ -4,7 +4,7 @@
 
 namespace ZelmarFrontend {
 
-/** Fills closed standard descriptors, so that no message lands in a file or socket that is opened later. */
+/** Opens the closed standard descriptors, so that no file or socket that is opened later receives messages. */
 void fillStandardDescriptors();
 
 }  // namespace ZelmarFrontend

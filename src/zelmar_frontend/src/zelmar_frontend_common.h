@@ -14,12 +14,12 @@ std::string imageDirectory(const std::string& pkgId);
 std::string imageFileLink(const std::string& imageDir, const std::string& pkgId);
 
 /**
- * Replaces `path` by its canonical form, a relative one taken from `base`. False if it leads to nothing that exists;
- * `path` is then empty, not what it was.
+ * Replaces `path` by its canonical form; a relative path is resolved from `base`. If nothing exists there, returns
+ * false and makes `path` empty.
  */
 bool canonicalizePath(boost::filesystem::path& path, const boost::filesystem::path& base);
 
-/** Removes `path` if it is a symbolic link, dangling or not, and nothing else; a failure is only logged. */
+/** Removes `path` if it is a symbolic link, dangling or not. A failure is only logged. */
 void removeSymlink(const boost::filesystem::path& path);
 
 /** Removes the links that make a widget available, and nothing else from its image directory. */

@@ -7,8 +7,8 @@
 namespace DPL {
 
 /**
- * What one makes, the other gives back, zeros included. They throw an exception derived from std::exception on what is
- * not well-formed: overlong UTF-8, a surrogate, a number beyond U+10FFFF.
+ * Each converts back what the other returns to the same text, zeros included. Throw an exception derived from
+ * std::exception on text that is not well-formed: overlong UTF-8, a surrogate, a number beyond U+10FFFF.
  */
 std::wstring FromUTF8String(const std::string& text);
 std::string ToUTF8String(const std::wstring& text);

@@ -9,12 +9,12 @@
 #include <vector>
 
 // The widget database as a whole, and the labels of links, for programs that administer them. Optional: the tool does
-// without, `zelmar-widgets` does not.
+// not need this header, `zelmar-widgets` does.
 namespace ZelmarDB {
 
-/** Why the database cannot be used: what to do about it depends on this alone. */
+/** Why the database cannot be used. The advice to the user depends on this alone. */
 enum class RegistryFault {
-    MISSING,        // nothing is in the database's place
+    MISSING,        // there is no database
     FORBIDDEN,      // for this user
     READ_ONLY,      // for everybody
     HELD,           // by another process, for too long
@@ -23,12 +23,12 @@ enum class RegistryFault {
     FULL,           // the disk has no room
     OLDER_VERSION,  // than this program's
     NEWER_VERSION,
-    FOREIGN,  // no widget database
-    DAMAGED,  // one, but it cannot be read any more
+    FOREIGN,  // the file is not a widget database
+    DAMAGED,  // the file is a widget database, but it cannot be read
     TAKEN,    // another widget has the identifier or the application
 };
 
-/** Says for people what failed on what. */
+/** The message says what failed on what, for people. */
 class RegistryError : public std::runtime_error {
 public:
     RegistryError(RegistryFault fault, const std::string& message) : std::runtime_error(message), m_fault(fault) {}
@@ -50,52 +50,53 @@ struct RegisteredWidget {
 enum class RegistryAccess { READ, CHANGE };
 
 /**
- * All widgets with an identifier that a command line can name, sorted by it. Whoever may read the database may ask for
- * READ; CHANGE fails where the database cannot be changed. Throws RegistryError, as all of these do.
+ * All widgets whose identifier a command line can name, sorted by identifier. READ needs only the permission to read
+ * the database; CHANGE also fails if the database cannot be changed. Throws RegistryError, as do all functions that
+ * change or read the database.
  */
 std::vector<RegisteredWidget> registeredWidgets(RegistryAccess access);
 
-/** TAKEN: another widget has the identifier or the application. The widget is on the disk when this returns. */
+/** Adds a widget, which is on the disk when this returns. TAKEN: another has the identifier or the application. */
 void registerWidget(const std::string& identifier, const std::string& application, bool onUsb);
 
-/** The widget is gone from the disk when this returns; an unknown one is no failure. */
+/** Removes a widget, also from the disk when this returns. Removing an unknown widget is no failure. */
 void unregisterWidget(const std::string& identifier);
 
 enum class ExistingRegistry { KEEP, REPLACE };
 
-/** `created` is false if a database was there and is kept; `setAside` are the files moved away, whole paths. */
+/** `created` is false if an existing database is kept; `setAside` are the paths of the files that were set aside. */
 struct RegistryCreation {
     bool created;
     std::vector<std::string> setAside;
 };
 
 /**
- * Creates the database, whole or not at all. One that is there is set aside, or is kept and found to be sound.
- * What is left of one that is gone, and would spoil the new one, is always set aside.
+ * Creates the database, whole or not at all. KEEP: an existing database is checked and kept. REPLACE: it is set aside.
+ * Files of a former database that would damage the new one are always set aside.
  */
 RegistryCreation createRegistry(ExistingRegistry existing);
 
-/** Whether the link itself surely carries "_", the label that the tool gives to links. Throws nothing. */
+/** Whether the link itself has "_", the label that the tool gives to links; false if unknown. Throws nothing. */
 bool isLabelled(const std::string& link);
 
-/** Tells of changes to the database by whomever, without polling. */
+/** Signals changes to the database by any process, without polling. */
 class RegistryWatch {
 public:
     virtual ~RegistryWatch() = default;
     /** Becomes readable when the database may have changed, appeared or been replaced since the last reset(). */
     virtual int descriptor() const = 0;
-    /** To be called before the database is read: what changes from here on is told anew. */
+    /** Call it before you read the database: each change after the call makes the descriptor readable again. */
     virtual void reset() = 0;
 };
 
-/** Null: this platform cannot tell of changes. */
+/** Null: this platform cannot watch the database. */
 std::unique_ptr<RegistryWatch> watchRegistry();
 
-// For who has to find out what is wrong. None of these leaves anything changed.
+// For `zelmar-widgets check`. These functions leave everything as it was.
 
 struct RegistryHealth {
-    std::string place;  // these two for people
-    std::string engine;
+    std::string place;   // where the database is, for people
+    std::string engine;  // what it is kept in, for people
     int schemaVersion;
 };
 
@@ -104,16 +105,16 @@ RegistryHealth inspectRegistry();
 
 struct RegistryUser {
     int process;
-    bool isChanging;  // whoever else wants to change something waits
+    bool isChanging;  // it holds a lock for which other processes that change something wait
 };
 
-/** Some other processes that have the database open, the one that changes it among them; as far as can be told. */
+/** Other processes that have the database open, not always all; if one is changing the database, it is among them. */
 std::vector<RegistryUser> registryUsers();
 
-/** Whether links in this directory can be labelled; nothing where that cannot be told. */
+/** Whether links in this directory can be labelled; empty if that cannot be found out. */
 std::optional<bool> takesLabels(const std::string& directory);
 
-/** Whether anybody keeps the lines of the log. */
+/** Whether a logger keeps the lines of the log. */
 bool isLogKept();
 
 }  // namespace ZelmarDB

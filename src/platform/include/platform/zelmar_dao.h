@@ -12,22 +12,22 @@
 namespace ZelmarDB {
 
 /**
- * The running thread's connection to the widget database; without it, every operation below throws DatabaseError. One
- * attachment waits at most 5 s, all its operations together, for other processes' locks; after that, an operation that
- * meets one fails at once.
+ * The running thread's connection to the widget database. Without it, every operation below throws DatabaseError. All
+ * operations of one attachment together wait at most 5 s for other processes' locks; after that, an operation that
+ * meets a lock fails at once.
  */
 class KxDatabase {
 public:
     /**
      * Opens the database, and never creates it. Does nothing if the thread is attached. Throws
-     * DPL::DB::SqlConnection::Exception::Base naming what it is that cannot be used, and why.
+     * DPL::DB::SqlConnection::Exception::Base, whose message says what cannot be used, and why.
      */
     static void attachToThreadRW();
 
     /**
-     * Closes the connection; does nothing without one. If a change was attempted, the links below /opt/usr/apps that
-     * were made and removed meanwhile are on the disk when this returns, brought there before the changes. Throws
-     * DatabaseError if that failed; the connection is closed all the same.
+     * Closes the connection; does nothing without one. If a change was attempted, this first brings to the disk the
+     * links below /opt/usr/apps that were made and removed during the attachment, then the changes. Throws
+     * DatabaseError if that fails; the connection is closed all the same.
      */
     static void detachFromThread();
 };
@@ -59,12 +59,12 @@ public:
     explicit KxWidgetDAOReadOnly(int handle) : m_handle(handle) {}
     virtual ~KxWidgetDAOReadOnly() = default;
 
-    /** These three throw WidgetNotExist if the handle leads to no widget, and DatabaseError. */
+    /** These three throw WidgetNotExist if no widget has the handle, and DatabaseError. */
     std::wstring getTizenAppId() const;
     boost::optional<std::wstring> getKxAppId() const;
     bool isInstalledOnUSB() const;
 
-    /** These throw DatabaseError, also for text that is not well-formed. An unknown widget: "", false, -1. */
+    /** These throw DatabaseError, also for text that is not well-formed. For an unknown widget: "", false, -1. */
     static std::wstring getTizenAppIdFromKxAppId(const std::wstring& kxAppId);
     static bool isWidgetInstalled(const std::wstring& tizenAppId);
     static int getHandleFromTizenAppId(const std::wstring& tizenAppId);
@@ -75,8 +75,8 @@ private:
 };
 
 /**
- * The changes to a widget, each committed when it returns; at a power cut before the detachment, the old value or the
- * new one is there. They throw WidgetNotExist and, also for text that is not well-formed, DatabaseError.
+ * The changes to a widget. Each is committed when it returns; after a power cut before the detachment, the database has
+ * the old value or the new one. They throw WidgetNotExist and, also for text that is not well-formed, DatabaseError.
  */
 class KxWidgetDAO : public KxWidgetDAOReadOnly {
 public:
@@ -84,11 +84,11 @@ public:
 
     static void setAvailable(const std::wstring& tizenAppId, bool available);
 
-    /** An empty path is not the same as none. */
+    /** An empty path is stored as an empty text, boost::none as NULL. */
     static void setExternalStoragePath(const std::wstring& tizenAppId, const boost::optional<std::wstring>& path);
 };
 
-/** Puts "/" between components, unless what is there is empty or ends with one. Interprets none: ".." stays. */
+/** Puts "/" before a component, unless the path so far is empty or ends with it. Does not interpret "..": it stays. */
 class KxPathBuilder {
 public:
     KxPathBuilder() = default;
