@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Counts what the tool and its rivals do on the /opt that it finds, times them, and writes a table, as CSV."""
+"""Counts what the tool and the other contestants do on the /opt that it finds, times them, and writes a table, as CSV."""
 
 import argparse
 import csv
@@ -23,7 +23,7 @@ INPUTS = DATABASE.parent / "peer"
 TEMPLATE = DATABASE.with_suffix(".new")
 TRACE = Path("/opt/trace")
 
-# Up to how many widgets each is counted, and timed beside the tool: beyond that, a widget costs the same.
+# The most widgets with which each contestant is counted and timed. With more, the cost of a widget stays the same.
 COUNTED_UP_TO = {"tool": 10000, "floor": 10000, "peer": 100}
 TIMED_UP_TO = {"peer": 10000, "loop": 100}
 COUNTS = ("system_calls", "log_lines", "bytes_written", "instructions")
@@ -37,7 +37,7 @@ def names(count):
 
 
 def actions(count):
-    """The arguments of both actions; the second undoes the first."""
+    """The arguments of both actions; the second removes what the first made."""
     return {"available": ["--make-available", "--path", STICK, "--", *names(count)],
             "all-unavailable": ["--make-all-unavailable"]}
 
@@ -82,7 +82,7 @@ def check(count, available):
         wanted = {file: (f"{content}/{file}", b"_") for file in (f"{name}.img", *METADATA)} if available else {}
         if links != wanted:
             raise SystemExit(f"bench: wrong links in {place}: {links}")
-    # One that may write would fold the write-ahead log into the database.
+    # A connection that may write would fold the write-ahead log into the database.
     with closing(sqlite3.connect(f"file:{DATABASE}?mode=ro", uri=True)) as database:
         rows = database.execute("SELECT kx_app_id, available, external_storage_path FROM widget ORDER BY handle")
         if rows.fetchall() != [(name, available, f"{STICK}/{name}_img" if available else "") for name in names(count)]:
@@ -151,9 +151,9 @@ def count_all(count, words):
     return {action: calls[action] | instructions[action] for action in calls}
 
 
-def compare(count, runs, words, rival):
-    """For each action the quartiles of the ratios of the tool's time to that of the rival, right after it."""
-    pairs = [(dict(act(count, words)), dict(act(count, rival))) for _ in range(runs)]
+def compare(count, runs, words, contestant):
+    """For each action the quartiles of the ratios of the tool's time to that of the contestant, right after it."""
+    pairs = [(dict(act(count, words)), dict(act(count, contestant))) for _ in range(runs)]
     return {action: statistics.quantiles([ours[action] / theirs[action] for ours, theirs in pairs], n=4,
                                          method="inclusive") for action in actions(count)}
 

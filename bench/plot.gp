@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Draws `results`, a table of tools/bench, into the SVG file `plot`: the tool's time by that of the others.
+# Draws `results`, a table of tools/bench, into the SVG file `plot`: the tool's time divided by each other contestant's.
 set terminal svg size 820,420 font "sans-serif,13" background rgb "white"
 set output plot
 set datafile separator ","

@@ -21,7 +21,7 @@ int perm_app_setup_path(const char*, const char* path, int app_path_type, ...)
     if (app_path_type != 0) {
         return EINVAL;
     }
-    // What is labelled is what was opened and seen to be a link, whatever stands at its path by then.
+    // Labels the link that was opened and checked, even if another file has taken its place at the path since.
     const int link = open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
     if (link < 0) {
         return errno;
@@ -49,5 +49,5 @@ bool ZelmarDB::isLabelled(const std::string& link)
 
 std::optional<bool> ZelmarDB::takesLabels(const std::string&)
 {
-    return std::nullopt;  // zelmar-widgets says that it cannot be told
+    return std::nullopt;  // zelmar-widgets says that it is unknown
 }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// A widget is a folder, named for its handle. Each of its fields is a symbolic link that leads nowhere: its target is
-// "=" and the field's text. So a change is one renaming, which the file system's journal keeps whole at a power cut,
-// without a sync, and which other processes see done or not done, without a lock. A lookup reads all widgets, which is
-// quick for some hundreds; a text has at most 4,094 bytes.
+// A widget is a folder; its handle is the name of the folder. Each of its fields is a symbolic link whose target is "="
+// and the text of the field, and leads to no file. So a change is one rename. A power cut leaves the rename done or not
+// done, without a sync, because of the file system's journal; other processes see it done or not done, without a lock.
+// A lookup reads all widgets, which is quick for some hundreds. A text has at most 4,094 bytes.
 
 #include <fcntl.h>
 #include <platform/widget_registry.h>
@@ -70,7 +70,7 @@ std::vector<fs::path> allWidgets()
 {
     std::vector<fs::path> widgets;
     for (const fs::directory_entry& entry : fs::directory_iterator(WIDGETS)) {
-        if (std::isdigit(entry.path().filename().native()[0])) {  // else one that is being added or removed
+        if (std::isdigit(entry.path().filename().native()[0])) {  // other folders are being added or removed
             widgets.push_back(entry.path());
         }
     }
@@ -346,7 +346,7 @@ RegistryCreation createRegistry(ExistingRegistry existing)
 
 std::unique_ptr<RegistryWatch> watchRegistry()
 {
-    return nullptr;  // zelmar-widgets does without
+    return nullptr;  // changes cannot be watched, as zelmar-widgets will say
 }
 
 RegistryHealth inspectRegistry()

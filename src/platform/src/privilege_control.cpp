@@ -16,7 +16,7 @@ namespace {
 
 constexpr int PATH_TYPE_WITH_LABEL = 0;
 
-/** Labels the open link; 0, or the system's error code. Whatever stands at the link's path by now is left alone. */
+/** Labels the open link, not what is at its path by now. Returns 0, or the system's error code. */
 int labelLink(int link, const char* label)
 {
     struct stat status = {};
@@ -43,8 +43,8 @@ int perm_app_setup_path(const char*, const char* path, int app_path_type, ...)
     const char* label = va_arg(arguments, const char*);
     va_end(arguments);
 
-    // The owner of the folder can put another file in the link's place at any moment: what is labelled is what was
-    // opened and seen to be a link.
+    // The owner of the folder can replace the link by another file at any moment. So the link is opened once, checked
+    // and labelled through its descriptor.
     const int link = open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
     if (link < 0) {
         return errno;
