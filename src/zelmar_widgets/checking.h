@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 
+// Checks what the programs need.
 namespace ZelmarWidgets {
 
 /** The result of a check of one thing that the programs need. */

@@ -8,6 +8,7 @@
 #include "failure.h"
 #include "planner.h"
 
+// Carries out the plans for a command, or reports what they would do.
 namespace ZelmarWidgets {
 
 /** CLEARED: links to sticks were removed from a widget that is not on USB. */

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+// Runs zelmar-frontend and reads its result line.
 namespace ZelmarWidgets {
 
 /** The result of a widget in a run of the tool. */

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+// Finds out which sticks are mounted.
 namespace ZelmarWidgets {
 
 struct Mount {

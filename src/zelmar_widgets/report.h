@@ -9,6 +9,7 @@
 #include "executor.h"
 #include "planner.h"
 
+// Prints what the commands have found or done.
 namespace ZelmarWidgets {
 
 // The number of the format of all JSON. It changes when a field is removed or changes its meaning.

@@ -9,6 +9,7 @@
 
 #include "planner.h"
 
+// Finds out what is: the state from which the planner decides.
 namespace ZelmarWidgets {
 
 /** The state of widgets, links and sticks, as far as the planner needs it. */

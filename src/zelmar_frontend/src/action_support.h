@@ -38,7 +38,7 @@ public:
 
 /**
  * Undo calls, grouped by package identifier. A call may hold a plain pointer to a record: the records must not move
- * from the first registration until the registry is gone. Destroying the registry runs nothing.
+ * from the first registration until the registry is destroyed. Its destruction runs no call.
  */
 class ActionSupport {
 public:

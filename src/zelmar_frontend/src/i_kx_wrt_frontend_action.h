@@ -22,7 +22,7 @@ public:
     /** The switch's line in the help text. */
     virtual std::string getActionDescription() const = 0;
 
-    /** Copies what the action needs: the map is gone after the call. Throws std::exception on bad input. */
+    /** Copies what the action needs: the map does not outlive the call. Throws std::exception on bad input. */
     virtual void setRequiredParameters(const boost::program_options::variables_map& vm) = 0;
 
     /** Does the work. Throws std::exception only if the action as a whole fails, not for a single widget. */

@@ -184,7 +184,7 @@ void MakeWidgetsAvailableAction::createSymlinks(const std::string& pkgId)
             ZELMAR_DEBUG("Symlink create failed: [%s]", error.message().c_str());
             throw KxWrtFrontendActionException("");
         }
-        // Before the label, so that a link that could not be labelled goes too.
+        // Before the label, so that a link that could not be labelled is removed, too.
         m_actionSupport.addCleanFunction(pkgId, &removeSymlink, link);
 
         ZELMAR_DEBUG("Preaparing smack labels");  // odd: misspelt

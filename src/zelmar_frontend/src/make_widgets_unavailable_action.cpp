@@ -36,7 +36,7 @@ void MakeWidgetsUnavailableAction::runAction()
 {
     ZELMAR_DEBUG("Running action: %s", m_actionName.c_str());
 
-    // The path first, the state last. Nothing is undone when a later step fails: the stick may be gone.
+    // The path first, the state last. Nothing is undone when a later step fails: the stick may have been pulled.
     for (ProcessedWidget& widget : m_widgets) {
         const std::string pkgId = widget.getPkgId();
 

@@ -11,7 +11,7 @@ namespace ZelmarFrontend {
 // Error codes of failed widgets, as the result line carries them.
 const std::string ERROR_INSTALL_DIR_NOT_FOUND("Install_Dir_Not_Found");
 const std::string ERROR_LOCAL_STORAGE_USED("Local_Storage_Used");
-// Misspelt, and kept: whoever reads the result line compares it as it is.
+// Misspelt, and kept: programs that read the result line compare it literally.
 const std::string ERROR_SYMLINKS_CREATE("Synlinks_Create_Error");
 const std::string ERROR_UNKNOWN("Unknown_Error");
 const std::string ERROR_WIDGET_IS_NOT_INSTALLED("Widget_Is_Not_Installed");
