@@ -18,7 +18,7 @@ from pathlib import Path
 from queue import SimpleQueue
 
 if os.environ.get("PRIVATE_OPT") != "1":
-    raise SystemExit("This empties /opt: run it through tests/private-opt.")
+    raise SystemExit("This empties /opt: run it through tools/private-opt.")
 
 # Few open files, so that a leaked one a widget shows.
 resource.setrlimit(resource.RLIMIT_NOFILE, (64, 64))
