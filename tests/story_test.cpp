@@ -10,7 +10,6 @@
 #include <sstream>
 
 #include "recording.h"
-#include "run_tool.h"
 
 namespace {
 

@@ -13,3 +13,6 @@ extern std::string recorded;
  * "unknown". Else all goes well: any widget P is installed on USB as "t.P", and none is available.
  */
 extern std::string told;
+
+/** Runs the tool in this process; returns its exit status. `separator` parts the words of `line`, its name first. */
+int runTool(std::string line, char separator);
