@@ -3,6 +3,7 @@
 
 import os
 import random
+import re
 import resource
 import shutil
 import socket
@@ -12,7 +13,7 @@ import sys
 import threading
 import time
 import unittest
-from collections import namedtuple
+from collections import Counter, namedtuple
 from contextlib import closing, contextmanager, suppress
 from pathlib import Path
 from queue import SimpleQueue
@@ -196,6 +197,14 @@ def mounted(place, *options):
         yield
     finally:
         subprocess.run(["umount", place], check=True)
+
+
+def calls(trace):
+    """Of each call in it: the whole, its name, and how many of that name there are by then."""
+    numbers = Counter()
+    for call, name in re.findall(r"^((\w+)\(.*)", Path(trace).read_text(errors="replace"), re.M):
+        numbers[name] += 1
+        yield call, name, numbers[name]
 
 
 def label(link):

@@ -7,9 +7,8 @@ import re
 import subprocess
 from datetime import datetime, timezone
 from itertools import product
-from pathlib import Path
 
-from device import DATABASE, TelevisionTest
+from device import DATABASE, TelevisionTest, calls
 
 TODAY, ROWS = f"{datetime.now(timezone.utc):%F}", "SELECT kx_app_id FROM widget"
 OWN = {"widgets.db", "widgets.db-wal", "widgets.db-shm"}
@@ -72,9 +71,7 @@ class RegistryTest(TelevisionTest):
 
     def test_a_replacement_that_is_cut_off(self):
         self.call("init --replace", STRACE)
-        calls = re.findall(r"^((\w+)\(.*)", Path("/opt/trace").read_text(), re.M)
-        names = [name for _, name in calls]
-        points = [f"{name}:{{}}:when={names[:at + 1].count(name)}" for at, (call, name) in enumerate(calls)
+        points = [f"{name}:{{}}:when={number}" for call, name, number in calls("/opt/trace")
                   if re.match("pwrite64|ftruncate|fsync|fdatasync.*widgets|renameat2", call)]
         for point, (fault, ends) in product(points, (("error=EIO", 3), ("signal=KILL", -9))):
             with self.subTest(point.format(fault)):
