@@ -62,22 +62,18 @@ class WatchTest(TelevisionTest):
         self.assertLess(statistics.median(waits), 0.2)
         self.assertLess(max(waits), 3)  # on a busy machine
 
-    def test_it_sleeps_until_its_reader_goes(self):
+    def test_it_sleeps_until_it_is_interrupted_or_its_reader_goes(self):
         self.device.widget("a\n").sql("UPDATE widget SET available = 1, external_storage_path = '/s/a\n_img'")
-        with self.watch() as watch:
-            self.assertEqual(["a\\x0a: available from /s"], self.lines(watch, 1))
-            time.sleep(0.3)
-            status = Path(f"/proc/{watch.pid}/status")
-            asleep = status.read_text()
-            time.sleep(1)
-            self.assertEqual(asleep, status.read_text())  # it was not even woken
-            watch.stdout.close()
-            self.assertEqual(0, watch.wait(9))
-        with self.watch() as watch:
-            self.lines(watch, 1)
-            watch.send_signal(signal.SIGINT)
-            self.assertEqual(0, watch.wait(9))
+        for end in (lambda watch: watch.stdout.close(), lambda watch: watch.send_signal(signal.SIGINT)):
+            with self.watch() as watch:
+                self.assertEqual(["a\\x0a: available from /s"], self.lines(watch, 1))
+                time.sleep(0.3)
+                status = Path(f"/proc/{watch.pid}/status")
+                asleep = status.read_text()
+                time.sleep(1)
+                self.assertEqual(asleep, status.read_text())  # it was not even woken
+                end(watch)
+                self.assertEqual(0, watch.wait(9))
 
 
-if __name__ == "__main__":
-    TelevisionTest.main()
+TelevisionTest.main()
