@@ -8,13 +8,21 @@ from contextlib import closing
 from itertools import chain, combinations, product
 from pathlib import Path
 
-from device import LOGS, STICK, TelevisionTest, held_by_another
+from device import STICK, TelevisionTest, held_by_another
 
 FILES, CUT = ([Path(f"/opt/{folder}/widgets.db{part}") for part in ("", "-wal")] for folder in ("usr/zelmar", "cut"))
 ROWS = "SELECT kx_app_id, available, external_storage_path FROM widget"
 # So long that its row takes several pages, and a commit several blocks of any size.
 LONG = STICK.joinpath(*(letter * 200 for letter in "abcdefghijklmno"))
 AVAILABLE, ALL = ("--make-available", "--path", str(LONG), "a", "b"), ("--make-all-unavailable",)
+# What another process did to the database's log: nothing; let the run write over what would spoil the database if it
+# were read again; made it so long that the run folds it.
+CHANGE = "PRAGMA user_version = 1;"  # as it was, yet a page of the log
+PAGES = ("CREATE TABLE pages AS WITH n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 50)"
+         "SELECT zeroblob(450) FROM n; PRAGMA wal_checkpoint;")
+LOGS = {"fresh": "",
+        "reused": f"{PAGES} DELETE FROM pages WHERE rowid = 1; DELETE FROM pages; {50 * CHANGE} PRAGMA wal_checkpoint",
+        "long": f"PRAGMA wal_autocheckpoint = 0; PRAGMA synchronous = OFF; {PAGES} DELETE FROM pages; {4000 * CHANGE}"}
 STRACE = ("strace", "-qqyxxo/opt/trace", "-s9999", "-etrace=pwrite64,ftruncate,fdatasync,fsync,syncfs")
 CALL = re.compile(r'^(\w+)\(\d+<(.*?)>(?:, "(.*?)", \d+)?(?:, (\d+))?\)', re.M)
 

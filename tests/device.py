@@ -32,14 +32,6 @@ SCHEMA = Path(__file__).parent.parent / "src/platform/widget_db.sql"
 FOREIGN = "FOREIGN_PLATFORM" in os.environ
 METADATA = ("widget.info", "config.xml", "config.xml.spm")
 LABEL = "security.SMACK64"
-# What another process did to the database's log: nothing; let the run write over what would spoil the database if it
-# were read again; made it so long that the run folds it.
-CHANGE = "PRAGMA user_version = 1;"  # as it was, yet a page of the log
-PAGES = ("CREATE TABLE pages AS WITH n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 50)"
-         "SELECT zeroblob(450) FROM n; PRAGMA wal_checkpoint;")
-LOGS = {"fresh": "",
-        "reused": f"{PAGES} DELETE FROM pages WHERE rowid = 1; DELETE FROM pages; {50 * CHANGE} PRAGMA wal_checkpoint",
-        "long": f"PRAGMA wal_autocheckpoint = 0; PRAGMA synchronous = OFF; {PAGES} DELETE FROM pages; {4000 * CHANGE}"}
 
 Run = namedtuple("Run", "status out err log")
 Link = namedtuple("Link", "target label")

@@ -21,7 +21,6 @@ NEWER, STRACE = ", or a newer one", "strace -qqyo/opt/trace"
 # The case; what befalls a database with the widget "a" before; what the call is under; its words; the status; what is
 # told; the files beside the database's own after a status of 0.
 CASES = (
-    ("none", "rm *", "", "init", 0, CREATED, ""),
     ("sound", "", "", "init", 0, KEPT, ""),
     ("killed", "for part in '' -wal -journal; do ln widgets.db widgets.db.new$part; done", "", "init", 0, KEPT, ""),
     ("only a log", "rm widgets.db; touch widgets.db-wal.orphaned", "", "init", 0,
