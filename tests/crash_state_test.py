@@ -27,12 +27,13 @@ STRACE = ("strace", "-qqyxxo/opt/trace", "-s9999", "-etrace=pwrite64,ftruncate,f
 CALL = re.compile(r'^(\w+)\(\d+<(.*?)>(?:, "(.*?)", \d+)?(?:, (\d+))?\)', re.M)
 
 
-def on_disk(content, writes):
-    content = bytearray(content)
-    for *_, start, data in writes:
-        content.extend(bytes(max(0, start - len(content))))
-        content[start:None if data is None else start + len(data)] = data or b""
-    return bytes(content)
+def on_disk(contents, writes):
+    """What the files hold after these writes; one without data is a truncation."""
+    contents = [bytearray(content) for content in contents]
+    for file, _, start, data in writes:
+        contents[file].extend(bytes(max(0, start - len(contents[file]))))
+        contents[file][start:None if data is None else start + len(data)] = data or b""
+    return tuple(map(bytes, contents))
 
 
 def some_of(blocks, count):
@@ -69,7 +70,7 @@ class CrashStateTest(TelevisionTest):
                     print(f"{self.cut(before, done, size)} states tried")
 
     def cut(self, before, done, size):
-        disk, writes, passed, tried = before[:], [], [], set()  # a write: its file, its block, where it starts, data
+        disk, writes, passed, tried = before, [], [], set()  # a write: its file, its block, where it starts, data
         for call, path, data, at in CALL.findall(Path("/opt/trace").read_text()):
             path, data, at = *(bytes.fromhex(text.replace("\\x", "")) for text in (path, data)), int(at or 0)
             for file in (file for file in (0, 1) if call == "syncfs" or bytes(FILES[file]) == path):
@@ -80,12 +81,11 @@ class CrashStateTest(TelevisionTest):
                 elif call == "ftruncate":
                     writes.append((file, -1, at, None))
                 else:
-                    disk[file] = on_disk(disk[file], (write for write in writes if write[0] == file))
+                    disk = on_disk(disk, (write for write in writes if write[0] == file))
                     writes = [write for write in writes if write[0] != file]
             blocks = sorted({write[:2] for write in writes})
             for some in some_of(blocks, 3 + (1 << 20) // sum(map(len, before))):
-                held = [write for write in writes if write[:2] in some]
-                contents = tuple(on_disk(disk[file], (write for write in held if write[0] == file)) for file in (0, 1))
+                contents = on_disk(disk, (write for write in writes if write[:2] in some))
                 if hash(contents) not in tried:
                     tried.add(hash(contents))
                     verdict, rows = opened(contents)

@@ -151,11 +151,6 @@ class DeviceTest(TelevisionTest):
             synced(*make, "w0", "w1", inject=["-einject=fdatasync:error=EIO:when=1"])
             self.assertEqual("w0,SUCCESS:w1,SUCCESS:\n", self.told.out)
             self.assertLessEqual(os.path.getsize(log), 2 << 20)
-        # Whoever may only read the database can.
-        device.available("w0")
-        read = (f"chmod -R a-w {folder}; setpriv --bounding-set=-all --inh-caps=-all "
-                f"sqlite3 -readonly {DATABASE} 'SELECT kx_app_id FROM widget WHERE available = 1 AND handle = 0'")
-        self.assertEqual("w0", subprocess.getoutput(read))
 
     @natively
     def test_a_link_that_is_not_there_and_one_that_is_swapped(self):
