@@ -31,7 +31,7 @@ static_assert(std::is_base_of_v<std::exception, KxWidgetDAO::Exception::Base>, "
 namespace {
 
 const bool PRIVATE = std::getenv("PRIVATE_OPT") != nullptr ||
-                     (std::cerr << "Run it through tests/private-opt: it replaces /opt.\n", std::exit(1), false);
+                     (std::cerr << "Run it through tools/private-opt: it replaces /opt.\n", std::exit(1), false);
 const std::string ODD = "'\"`%s%n; DROP \\\nколобок😀", FOLDER = "/opt/usr/apps/conformance_img";
 
 void expectOfEachHandle(const char* outcome, int handle)

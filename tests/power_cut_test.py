@@ -2,12 +2,10 @@
 """The power is cut, after a run and in the middle of one: what the disk holds at that instant is mounted again."""
 
 import os
-import re
 import subprocess
 import sys
 from glob import glob
 from itertools import product
-from pathlib import Path
 
 if os.environ.get("PRIVATE_OPT") != "1":
     loops = [word for node in glob("/dev/loop*") for word in ("--dev-bind", node, node)]
@@ -17,7 +15,7 @@ if os.environ.get("PRIVATE_OPT") != "1":
         print("skipped: power cuts: only root may mount a disk, and it takes a loop device")
         sys.exit(77)
     os.execvp("bwrap", [*private, sys.executable, *sys.argv])
-from device import LOGS, STICK, TelevisionTest, held_by_another, mounted  # in the private /opt only
+from device import LOGS, STICK, TelevisionTest, calls, held_by_another, mounted  # in the private /opt only
 
 EMPTY, PREPARED, DISK, CUT, TRACE = (f"/dev/shm/{name}" for name in ("empty", "prepared", "disk", "cut", "trace"))
 WIDGETS = "abcde"
@@ -25,7 +23,7 @@ AVAILABLE = ("--make-available", "--path", str(STICK), *WIDGETS)
 UNAVAILABLE, ALL = ("--make-unavailable", *WIDGETS), ("--make-all-unavailable",)
 # With the run before each and the one that heals it.
 ACTIONS = ((AVAILABLE, ALL, AVAILABLE), (UNAVAILABLE, AVAILABLE, UNAVAILABLE), (ALL, AVAILABLE, UNAVAILABLE))
-CALL = re.compile(r"^(pwrite64|ftruncate|symlink|unlink|setxattr|f(?:data)?sync|syncfs)\(", re.M)
+WRITING = "pwrite64", "ftruncate", "symlink", "unlink", "setxattr", "fsync", "fdatasync", "syncfs"
 
 
 def on(image):
@@ -57,9 +55,9 @@ class PowerCutTest(TelevisionTest):
         done = self.run_on_disk(words, log)
         with on(CUT):
             self.assertEqual(done, self.device.state())
-        names = CALL.findall(Path(TRACE).read_text(errors="replace"))
-        kills = [f"inject={name}:signal=KILL:when={names[:at + 1].count(name)}" for at, name in enumerate(names)
-                 if at % 50 == 0 or re.search("sync|truncate", name)]
+        writing = [(name, number) for _, name, number in calls(TRACE) if name in WRITING]
+        kills = [f"inject={name}:signal=KILL:when={number}" for at, (name, number) in enumerate(writing)
+                 if at % 50 == 0 or "sync" in name or name == "ftruncate"]
         for kill in kills:
             self.run_on_disk(words, log, "-e", kill)
             with on(CUT):
