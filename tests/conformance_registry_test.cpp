@@ -5,7 +5,6 @@
 #include <platform/privilege_control.h>
 #include <platform/widget_registry.h>
 #include <poll.h>
-#include <unistd.h>
 #include <boost/filesystem.hpp>
 
 #include "conformance.h"
@@ -55,9 +54,9 @@ TEST(Registry, ListsAddsAndRemoves)
     Conformance::putWidget("t.none", "", true);
     EXPECT_TOLD("done", registerWidget("колобок \n", "t.2", true));
     EXPECT_TOLD("done", registerWidget("b", "t.b", true));
-    access("/registering", F_OK);  // marks for tests/check-durability
+    mark("/registering");
     EXPECT_TOLD("done", registerWidget("a", "t.a", false));
-    access("/registered", F_OK);
+    mark("/registered");
     EXPECT_FAULT("TAKEN", registerWidget("a", "t.x", true)) << "identifier a";
     EXPECT_FAULT("TAKEN", registerWidget("x", "t.a", true)) << "application t.a";
     EXPECT_TOLD("done", KxDatabase::attachToThreadRW());

@@ -32,7 +32,7 @@ bool removeDatabase()
 void makeEmptyFile()
 {
     removeDatabase();
-    std::ofstream{DATABASE_FILE};
+    std::ofstream(DATABASE_FILE).close();
 }
 
 std::shared_ptr<void> lockDatabase()
@@ -77,7 +77,8 @@ std::string takeLog()
 {
     static const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
     constexpr sockaddr_un address = {AF_UNIX, "/dev/log"};
-    bind(log, reinterpret_cast<const sockaddr*>(&address), sizeof address);  // done by the first call alone
+    // Done by the first call alone.
+    static_cast<void>(bind(log, reinterpret_cast<const sockaddr*>(&address), sizeof address));
     std::string lines, line(1 << 20, '\0');
     for (ssize_t size; (size = recv(log, line.data(), line.size(), 0)) > 0;) {
         lines.append(line, 0, static_cast<size_t>(size));

@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <platform/dlog.h>
 #include <platform/privilege_control.h>
-#include <unistd.h>
 #include <atomic>
 #include <boost/filesystem.hpp>
 #include <boost/optional/optional_io.hpp>
@@ -90,9 +89,9 @@ TEST(Database, AnswersAndChanges)
         EXPECT_TOLD("", KxWidgetDAO::getTizenAppIdFromKxAppId(id)) << ToUTF8String(id);
     }
 
-    access("/detaching", F_OK);  // marks for tests/check-durability
+    mark("/detaching");
     EXPECT_TOLD("done", KxDatabase::detachFromThread());
-    access("/detached", F_OK);
+    mark("/detached");
     EXPECT_TOLD("done", KxDatabase::attachToThreadRW());
     for (const auto& widget : KxWidgetDAOReadOnly::getAvailableWidgets()) {
         listed.insert(widget->getTizenAppId());
@@ -151,7 +150,7 @@ TEST(Label, IsThatOfTheLinkItself)
 {
     const std::string link = FOLDER + "/link", file = FOLDER + "/file", missing = FOLDER + "/missing";
     fs::create_directories(FOLDER);
-    fs::ofstream{file};
+    fs::ofstream(file).close();
     for (const std::string& target : {FOLDER, file, missing}) {
         fs::remove(link);
         fs::create_symlink(target, link);
