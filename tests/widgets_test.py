@@ -239,6 +239,7 @@ class WidgetsTest(TelevisionTest):
         event("mounted", status=2)
         event("zork", status=2)
 
+    @knows_our_platform
     def test_what_a_support_person_runs_first(self):
         def checks(status, *lines, **options):
             self.assertEqual([f"program: {self.call(0, '--version').strip()}, {BESIDE}: ok",
@@ -279,6 +280,7 @@ class WidgetsTest(TelevisionTest):
                             (("status",), {"widgets": [shown]})):
             self.assertEqual({"format": 1, **told, "troubles": []}, json.loads(self.call(0, *words, "--json")))
 
+    @knows_our_platform
     def test_a_root_that_is_a_link_and_a_stick_elsewhere(self):
         self.device.widget("a")
         shell(f"rm -r {STICK}/a_img; mv storage real; ln -s real storage; mkdir media")
