@@ -9,6 +9,7 @@
 #include <platform/privilege_control.h>
 #include <atomic>
 #include <boost/filesystem.hpp>
+#include <boost/filesystem/fstream.hpp>
 #include <boost/optional/optional_io.hpp>
 #include <chrono>
 #include <climits>
