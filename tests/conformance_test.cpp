@@ -9,6 +9,7 @@
 #include <platform/privilege_control.h>
 #include <atomic>
 #include <boost/filesystem.hpp>
+#include <boost/filesystem/fstream.hpp>
 #include <boost/optional/optional_io.hpp>
 #include <chrono>
 #include <climits>
@@ -31,7 +32,7 @@ static_assert(std::is_base_of_v<std::exception, KxWidgetDAO::Exception::Base>, "
 namespace {
 
 const bool PRIVATE = std::getenv("PRIVATE_OPT") != nullptr ||
-                     (std::cerr << "Run it through tests/private-opt: it replaces /opt.\n", std::exit(1), false);
+                     (std::cerr << "Run it through tools/private-opt: it replaces /opt.\n", std::exit(1), false);
 const std::string ODD = "'\"`%s%n; DROP \\\nколобок😀", FOLDER = "/opt/usr/apps/conformance_img";
 
 void expectOfEachHandle(const char* outcome, int handle)

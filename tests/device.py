@@ -3,6 +3,7 @@
 
 import os
 import random
+import re
 import resource
 import shutil
 import socket
@@ -12,13 +13,13 @@ import sys
 import threading
 import time
 import unittest
-from collections import namedtuple
+from collections import Counter, namedtuple
 from contextlib import closing, contextmanager, suppress
 from pathlib import Path
 from queue import SimpleQueue
 
 if os.environ.get("PRIVATE_OPT") != "1":
-    raise SystemExit("This empties /opt: run it through tests/private-opt.")
+    raise SystemExit("This empties /opt: run it through tools/private-opt.")
 
 # Few open files, so that a leaked one a widget shows.
 resource.setrlimit(resource.RLIMIT_NOFILE, (64, 64))
@@ -31,14 +32,6 @@ SCHEMA = Path(__file__).parent.parent / "src/platform/widget_db.sql"
 FOREIGN = "FOREIGN_PLATFORM" in os.environ
 METADATA = ("widget.info", "config.xml", "config.xml.spm")
 LABEL = "security.SMACK64"
-# What another process did to the database's log: nothing; let the run write over what would spoil the database if it
-# were read again; made it so long that the run folds it.
-CHANGE = "PRAGMA user_version = 1;"  # as it was, yet a page of the log
-PAGES = ("CREATE TABLE pages AS WITH n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 50)"
-         "SELECT zeroblob(450) FROM n; PRAGMA wal_checkpoint;")
-LOGS = {"fresh": "",
-        "reused": f"{PAGES} DELETE FROM pages WHERE rowid = 1; DELETE FROM pages; {50 * CHANGE} PRAGMA wal_checkpoint",
-        "long": f"PRAGMA wal_autocheckpoint = 0; PRAGMA synchronous = OFF; {PAGES} DELETE FROM pages; {4000 * CHANGE}"}
 
 Run = namedtuple("Run", "status out err log")
 Link = namedtuple("Link", "target label")
@@ -196,6 +189,14 @@ def mounted(place, *options):
         yield
     finally:
         subprocess.run(["umount", place], check=True)
+
+
+def calls(trace):
+    """Of each call in it: the whole, its name, and how many of that name there are by then."""
+    numbers = Counter()
+    for call, name in re.findall(r"^((\w+)\(.*)", Path(trace).read_text(errors="replace"), re.M):
+        numbers[name] += 1
+        yield call, name, numbers[name]
 
 
 def label(link):

@@ -5,7 +5,7 @@
 #include <boost/algorithm/string.hpp>
 #include <cstdlib>
 
-#include "run_tool.h"
+#include "recording.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
 {

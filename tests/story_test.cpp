@@ -10,7 +10,6 @@
 #include <sstream>
 
 #include "recording.h"
-#include "run_tool.h"
 
 namespace {
 
@@ -40,7 +39,7 @@ class Story : public testing::TestWithParam<boost::filesystem::directory_entry> 
 
 TEST_P(Story, GoesAsTold)
 {
-    ASSERT_TRUE(std::getenv("PRIVATE_OPT")) << "This empties /opt: run it through tests/private-opt.";
+    ASSERT_TRUE(std::getenv("PRIVATE_OPT")) << "This empties /opt: run it through tools/private-opt.";
     ASSERT_EQ(0, std::system("rm -rf /opt/* && mkdir -p /opt/usr/apps /opt/storage/usb/sda1"));
     std::ifstream file(GetParam().path().string());
     std::string story;

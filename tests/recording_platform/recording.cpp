@@ -7,10 +7,16 @@
 #include <platform/zelmar_dao.h>
 #include <algorithm>
 #include <boost/algorithm/string.hpp>
+#include <boost/io/ios_state.hpp>
 #include <cstdarg>
 #include <cstdio>
+#include <iostream>
 #include <regex>
 #include <stdexcept>
+#include <vector>
+
+// The tool's own `main`, renamed when it is linked into a test program.
+extern "C" int zelmar_frontend_main(int argc, char** argv);
 
 // A message is recorded by a format with more in it.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -40,7 +46,39 @@ std::string text(const std::wstring& id) { return DPL::ToUTF8String(id); }
 std::wstring wide(const std::string& id) { return DPL::FromUTF8String(id); }
 std::wstring applicationOf(const std::string& id) { return wide(answer("getTizenAppId " + id, "t." + id)); }
 
+/** As long as it lives, what is written to the stream is recorded, each line after the name. */
+class RecordedOutput : public std::streambuf {
+public:
+    RecordedOutput(std::ostream& stream, const char* name) : m_name(name), m_restorer(stream, this) {}
+
+private:
+    int overflow(int character) override
+    {
+        if (recorded.empty() || recorded.back() == '\n') recorded += character == '\n' ? m_name : m_name + " ";
+        recorded += static_cast<char>(character);
+        return character;
+    }
+
+    const std::string m_name;
+    const boost::io::ios_rdbuf_saver m_restorer;
+};
+
 }  // namespace
+
+int runTool(std::string line, char separator)
+{
+    std::vector<char*> argv = {line.data()};
+    for (char& end : line) {
+        if (end == separator) {
+            end = '\0';
+            argv.push_back(&end + 1);
+        }
+    }
+    argv.push_back(nullptr);
+    recorded.clear();
+    const RecordedOutput out(std::cout, "out:"), err(std::cerr, "err:");
+    return zelmar_frontend_main(static_cast<int>(argv.size() - 1), argv.data()) & 255;
+}
 
 int __dlog_print(int priority, const char* tag, const char* format, ...)
 {

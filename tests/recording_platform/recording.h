@@ -7,9 +7,8 @@
 /** What a run did, each in a line, in order: the calls of the platform, the lines of the log, those of the output. */
 extern std::string recorded;
 
-/**
- * What a run is to do, in the same form. Behind " = " stands what the platform answers to a call: a text, a number or
- * "none" for an empty text, or what it throws: "WidgetNotExist", "DatabaseError", "SqlException", "std::exception" or
- * "unknown". Else all goes well: any widget P is installed on USB as "t.P", and none is available.
- */
+/** What a run is to do, in the same form; behind " = " stands what the platform answers to a call: README.md tells. */
 extern std::string told;
+
+/** Runs the tool in this process; returns its exit status. `separator` parts the words of `line`, its name first. */
+int runTool(std::string line, char separator);
