@@ -82,12 +82,13 @@ class SweepTest(TelevisionTest):
                 with self.subTest(action, fault=fault, number=number, call=call):
                     self.prepare(prepare)
                     lasting = "+" if fault == "ENOSPC" else ""  # a full disk stays full
-                    self.disturb(action, fault, call, f"{name}:{FAULTS[fault][0]}:when={number}{lasting}", before, after)
+                    injection = f"inject={name}:{FAULTS[fault][0]}:when={number}{lasting}"
+                    self.disturb(action, fault, call, injection, before, after)
             print(f"{action}: {len(points[::EVERY])} points tried", flush=True)
 
     def disturb(self, action, fault, call, injection, before, after):
         words, _, heal = ACTIONS[action]
-        run = self.device.run(*words, under=(*STRACE, "-e", f"inject={injection}"))
+        run = self.device.run(*words, under=(*STRACE, "-e", injection))
         widgets, files, _ = self.look()
         self.assertLessEqual(files, before[1] | after[1], "no other file is left")
         self.assertEqual(fault == "kill", run.status == -9, run)

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "executor.h"
 #include "failure.h"
@@ -53,16 +54,21 @@ Check checkKernel()
             tellsOfFailedWrites ? "" : "use 5.8 or newer: an older one does not tell of writes that failed"};
 }
 
+std::string nameOf(int process)
+{
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
+    return name;
+}
+
 std::string usersOfDatabase()
 {
-    std::string users;
+    std::ostringstream users;
     for (const ZelmarDB::RegistryUser& user : ZelmarDB::registryUsers()) {
-        const std::string process = std::to_string(user.process);
-        std::string name;
-        std::getline(std::ifstream("/proc/" + process + "/comm"), name);
-        users += " (process " + process + ", " + name + (user.isChanging ? ", holds it)" : ", has it open)");
+        users << " (process " << user.process << ", " << nameOf(user.process)
+              << (user.isChanging ? ", holds it)" : ", has it open)");
     }
-    return users;
+    return users.str();
 }
 
 Check checkDatabase()
